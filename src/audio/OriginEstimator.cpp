@@ -1,0 +1,58 @@
+#include "audio/OriginEstimator.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tessivox::audio {
+
+void OriginEstimator::add(base::HostTime observation) {
+    if (count_ > 0 && std::chrono::abs(observation - median()) > kStray) {
+        // One far reply is an outlier; two in a row mean that the origin itself has moved.
+        if (++strays_ < 2) {
+            remember(observation);
+            return;
+        }
+        const auto before = history_[(next_ + kHistory - 1) % kHistory];
+        restart();
+        remember(before);
+    }
+    strays_ = 0;
+    remember(observation);
+    const auto middle = median();
+    const bool isSteady = origin_ && std::chrono::abs(middle - *origin_) <= kTolerance;
+    // While few replies are in, the median still moves: follow it without tolerance.
+    if (!isSteady || count_ < kEnough) origin_ = middle;
+}
+
+void OriginEstimator::restart() {
+    count_ = next_ = 0;
+    strays_ = 0;
+    origin_.reset();
+}
+
+base::HostTime OriginEstimator::timeOf(base::HostTime origin, std::uint64_t frame, double sampleRate) {
+    const auto whole = static_cast<std::uint64_t>(sampleRate);
+    if (static_cast<double>(whole) == sampleRate && whole > 0) {
+        // Whole seconds and the rest apart, so that no precision is lost however long the stream runs.
+        const auto rest = frame % whole;
+        const auto nanos = (rest * 1'000'000'000 + whole - 1) / whole;
+        return origin + std::chrono::seconds(frame / whole) + base::Duration(static_cast<std::int64_t>(nanos));
+    }
+    return origin + base::Duration(static_cast<std::int64_t>(std::ceil(static_cast<double>(frame) * 1e9 / sampleRate)));
+}
+
+void OriginEstimator::remember(base::HostTime observation) {
+    history_[next_] = observation;
+    next_ = (next_ + 1) % kHistory;
+    count_ = std::min(count_ + 1, kHistory);
+}
+
+base::HostTime OriginEstimator::median() const {
+    auto sorted = history_;
+    const auto end = sorted.begin() + static_cast<std::ptrdiff_t>(count_);
+    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(count_ / 2);
+    std::nth_element(sorted.begin(), middle, end);
+    return *middle;
+}
+
+}  // namespace tessivox::audio
