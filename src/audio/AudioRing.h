@@ -17,19 +17,22 @@ public:
     /// Room for `samples` floats in at most `records` records.
     AudioRing(std::size_t samples, std::size_t records) : samples_(samples), records_(records) {}
 
+    /// Whether a record of so many samples could be pushed now. Producer.
+    bool hasRoom(std::size_t count) const noexcept {
+        const auto used = written_.load(std::memory_order_relaxed) - taken_.load(std::memory_order_acquire);
+        return used < records_.size() &&
+               startFor(count) + count - freed_.load(std::memory_order_acquire) <= samples_.size();
+    }
+
     /// Copies a record in; false if there is no room. Producer.
     bool push(const Header& header, std::span<const float> samples) noexcept {
-        const auto written = written_.load(std::memory_order_relaxed);
-        if (written - taken_.load(std::memory_order_acquire) >= records_.size()) return false;
-        auto start = writeEnd_;
-        const auto offset = start % samples_.size();
-        if (offset + samples.size() > samples_.size()) start += samples_.size() - offset;
-        const auto end = start + samples.size();
-        if (end - freed_.load(std::memory_order_acquire) > samples_.size()) return false;
+        if (!hasRoom(samples.size())) return false;
+        const auto start = startFor(samples.size());
         const auto target = samples_.begin() + static_cast<std::ptrdiff_t>(start % samples_.size());
         std::copy(samples.begin(), samples.end(), target);
-        records_[written % records_.size()] = {header, std::span<const float>(target, samples.size()), end};
-        writeEnd_ = end;
+        writeEnd_ = start + samples.size();
+        const auto written = written_.load(std::memory_order_relaxed);
+        records_[written % records_.size()] = {header, std::span<const float>(target, samples.size()), writeEnd_};
         written_.store(written + 1, std::memory_order_release);
         return true;
     }
@@ -61,6 +64,12 @@ private:
     std::atomic<std::size_t> written_ = 0;
     std::atomic<std::size_t> taken_ = 0;
     std::atomic<std::size_t> freed_ = 0;
+
+    /// Position of the next record's first sample: a record that would cross the ring's end begins at its start.
+    std::size_t startFor(std::size_t count) const noexcept {
+        const auto offset = writeEnd_ % samples_.size();
+        return offset + count > samples_.size() ? writeEnd_ + samples_.size() - offset : writeEnd_;
+    }
 };
 
 }  // namespace tessivox::audio

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/StandardFolders.h"
+#include "base/ports/Files.h"
+
+namespace tessivox::audio {
+
+/// The parts that a recording is saved in: the stereo file, and one mono file a source.
+enum class Track { stereo, microphone, system };
+inline constexpr std::array kTracks{Track::stereo, Track::microphone, Track::system};
+
+/// The folder of temporary recordings, which may not exist yet.
+std::filesystem::path incompleteFolder(const base::StandardFolders& folders);
+
+/// All names of one recording, from the `.m4a` it is to become. The names of the temporary files are a format: an
+/// interrupted recording is found by them. Every name fits a file system's 255 bytes if the base has at most 243.
+class RecordingFiles {
+public:
+    static constexpr std::size_t kLongestBase = 243;  ///< bytes
+    static constexpr std::string_view kTemporaryPrefix = "stereo_";
+    static constexpr std::string_view kTemporaryExtension = ".caf";
+
+    RecordingFiles(std::filesystem::path incompleteFolder, const std::filesystem::path& output);
+
+    /// The `.m4a` of a track; the stereo one is the recording itself.
+    std::filesystem::path final(Track track) const;
+    /// The hidden file beside it while it is being encoded.
+    std::filesystem::path hidden(Track track) const;
+    /// The temporary CAF.
+    std::filesystem::path temporary(Track track) const;
+    /// The temporary CAF's name once it is not needed any more and merely waits for its removal.
+    std::filesystem::path discarded(Track track) const;
+    /// Where raw audio goes that could not be encoded.
+    std::filesystem::path rescued() const;
+
+    const std::string& baseName() const { return base_; }
+    const std::filesystem::path& incompleteFolder() const { return incompleteFolder_; }
+    const std::filesystem::path& outputFolder() const { return outputFolder_; }
+
+    /// Whether the recording, or one of its temporary files, exists.
+    bool isTaken(const base::Files& files) const;
+    /// The same recording under the first name that is free: "x", "x_2", "x_3" and so on.
+    RecordingFiles firstFree(const base::Files& files) const;
+
+private:
+    std::filesystem::path incompleteFolder_;
+    std::filesystem::path outputFolder_;
+    std::string base_;
+    std::string extension_;
+};
+
+}  // namespace tessivox::audio

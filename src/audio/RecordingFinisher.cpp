@@ -1,0 +1,113 @@
+#include "audio/RecordingFinisher.h"
+
+#include <cerrno>
+
+#include "base/Log.h"
+
+namespace tessivox::audio {
+namespace {
+
+std::unique_ptr<TrackEncoder>& slotOf(BackgroundEncoder::FinishedTracks& tracks, Track track) {
+    return tracks[static_cast<std::size_t>(track)];
+}
+
+}  // namespace
+
+RecordingStopOutcome RecordingFinisher::run(BackgroundEncoder::FinishedTracks tracks, const EncodingProgress& progress,
+                                            const std::stop_token& stop) {
+    base::log("Total frames written: " + std::to_string(recording_.frames));
+    try {
+        auto saved = save(std::move(tracks), progress, stop);
+        base::log("Done - " + saved.url.filename().string());
+        return saved;
+    } catch (const base::Error& error) {
+        base::log("Conversion error: " + error.description());
+    }
+    // Interrupted on purpose: the temporary files stay where they are and are finished at the next start.
+    if (stop.stop_requested()) return ConversionFailed{};
+    return rescue();
+}
+
+Saved RecordingFinisher::save(BackgroundEncoder::FinishedTracks tracks, const EncodingProgress& progress,
+                              const std::stop_token& stop) {
+    const auto ensure = [&](Track track) {
+        auto& slot = slotOf(tracks, track);
+        if (!slot)
+            slot = encodeFromTemporary(files_, encoders_, recording_.names, track, recording_.settings, progress, stop);
+    };
+    const bool isWhole = slotOf(tracks, Track::stereo) != nullptr;
+    ensure(Track::stereo);
+    if (!slotOf(tracks, Track::stereo)) {
+        throw base::Error("StereoAudioWriter", -2, "The temporary recording holds no audio.");
+    }
+    if (recording_.separateTracks) {
+        try {
+            ensure(Track::microphone);
+            ensure(Track::system);
+        } catch (const base::Error&) {
+            // The recording itself is there and stays, whatever became of its extra tracks.
+            slotOf(tracks, Track::microphone).reset();
+            slotOf(tracks, Track::system).reset();
+            publish(tracks);
+            throw;
+        }
+    }
+    const auto url = publish(tracks);
+    discardTemporaries();
+    const auto missing = isWhole ? 0 : recording_.lostFrames;
+    return {url, static_cast<double>(missing) / recording_.settings.sampleRate};
+}
+
+std::filesystem::path RecordingFinisher::publish(BackgroundEncoder::FinishedTracks& tracks) {
+    // The stereo file comes last: once it stands, the temporary files count as superfluous.
+    auto names = recording_.names;
+    while (true) {
+        try {
+            for (const auto track : {Track::microphone, Track::system, Track::stereo}) {
+                auto& slot = slotOf(tracks, track);
+                if (!slot) continue;
+                slot->publish(names.final(track));
+                slot.reset();
+            }
+            break;
+        } catch (const base::FileError& error) {
+            if (error.code() != EEXIST) throw;
+            names = names.firstFree(files_);
+        }
+    }
+    files_.syncFolder(names.outputFolder());
+    return names.final(Track::stereo);
+}
+
+void RecordingFinisher::discardTemporaries() {
+    for (const auto track : kTracks) {
+        const auto discarded = recording_.names.discarded(track);
+        try {
+            files_.replace(recording_.names.temporary(track), discarded);
+            discarded_.push_back(discarded);
+        } catch (const base::FileError&) {
+            // Most recordings have no separate tracks; a stereo file that stays is recognised as saved at the next
+            // start.
+        }
+    }
+}
+
+ConversionFailed RecordingFinisher::rescue() {
+    const auto& names = recording_.names;
+    ConversionFailed outcome;
+    try {
+        files_.replace(names.temporary(Track::stereo), names.rescued());
+        files_.syncFolder(names.outputFolder());
+        base::log("Rescued raw PCM to " + names.rescued().filename().string() + " after conversion failure");
+        outcome.rescuedPCM = names.rescued();
+    } catch (const base::FileError& error) {
+        base::log("Failed to rescue raw PCM: " + error.description());
+        if (files_.exists(names.rescued()) && !files_.exists(names.temporary(Track::stereo)))
+            outcome.rescuedPCM = names.rescued();
+    }
+    files_.removeIfPossible(names.temporary(Track::microphone));
+    files_.removeIfPossible(names.temporary(Track::system));
+    return outcome;
+}
+
+}  // namespace tessivox::audio

@@ -1,0 +1,172 @@
+#include "audio/StereoAudioWriter.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+
+namespace tessivox::audio {
+namespace {
+
+/// A big file that is removed at once keeps the disk busy for seconds; in steps others get their turn.
+constexpr std::uint64_t kRemovalStep = 64 << 20;
+
+std::string startLine(const std::filesystem::path& output, double rate, int bitrate, bool separate) {
+    return base::filled(
+        "Started - output: {0}, rate: {1}, bitrate: {2}, separate: {3}",
+        {output.filename().string(), base::fixedNumber(rate, 1), std::to_string(bitrate), separate ? "true" : "false"});
+}
+
+}  // namespace
+
+StereoAudioWriter::StereoAudioWriter(base::Runtime& runtime, base::Files& files, AudioConverterFactory& converters,
+                                     AudioEncoderFactory& encoders, std::filesystem::path incompleteFolder)
+    : runtime_(runtime),
+      files_(files),
+      converters_(converters),
+      encoders_(encoders),
+      incompleteFolder_(std::move(incompleteFolder)),
+      syncQueue_(runtime.makeQueue("com.tessivox.stereo.sync", base::QueuePriority::utility)),
+      encodeQueue_(runtime.makeQueue("com.tessivox.stereo.encode", base::QueuePriority::userInitiated)),
+      writeQueue_(runtime.makeQueue("com.tessivox.stereo.write", base::QueuePriority::userInitiated)),
+      enqueueQueue_(runtime.makeQueue("com.tessivox.stereo.convert", base::QueuePriority::userInteractive)),
+      writeWake_(writeQueue_->source([this] { writeConverted(); })),
+      enqueueWake_(enqueueQueue_->source([this] { convertArrived(); })) {}
+
+StereoAudioWriter::~StereoAudioWriter() {
+    if (session_) session_->stopSource().request_stop();
+    // In the order of the audio path: what a queue still does may hand work to the next one.
+    enqueueQueue_.reset();
+    writeQueue_.reset();
+    encodeQueue_.reset();
+    syncQueue_.reset();
+}
+
+void StereoAudioWriter::start(const std::filesystem::path& outputURL, double sampleRate, bool saveSeparateTracks,
+                              int audioBitrate) {
+    const RecordingFiles names(incompleteFolder_, outputURL);
+    const EncodingSettings settings{sampleRate, audioBitrate};
+    const auto report = [weak = std::weak_ptr(self_), &loop = runtime_.scheduler()](const std::string& problem) {
+        loop.post([weak, problem] {
+            if (const auto self = weak.lock()) (*self)->onProblem.emit(problem);
+        });
+    };
+    auto session = std::make_shared<RecordingSession>(files_, converters_, names, settings, saveSeparateTracks, report);
+    session->setEncoder(
+        std::make_shared<BackgroundEncoder>(files_, encoders_, *encodeQueue_, names, settings, saveSeparateTracks));
+    session_ = session;
+    enqueueQueue_->post([this, session] { converting_ = session; });
+    writeQueue_->post([this, session] { writing_ = session; });
+    syncQueue_->post([this, folder = names.incompleteFolder()] {
+        try {
+            files_.syncFolder(folder);
+        } catch (const base::FileError& error) {
+            base::log("The folder of temporary recordings is not synced: " + error.description());
+        }
+    });
+    base::log(startLine(outputURL, sampleRate, audioBitrate, saveSeparateTracks));
+}
+
+void StereoAudioWriter::appendMicrophone(const AudioBuffer& buffer, base::HostTime time) noexcept {
+    append(Source::microphone, buffer, time);
+}
+
+void StereoAudioWriter::appendSystem(const AudioBuffer& buffer, base::HostTime time) noexcept {
+    append(Source::system, buffer, time);
+}
+
+void StereoAudioWriter::append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept {
+    if (!session_) return;
+    session_->append(source, buffer, time);
+    enqueueWake_->signal();
+}
+
+void StereoAudioWriter::convertArrived() {
+    if (converting_ && converting_->convert()) writeWake_->signal();
+}
+
+void StereoAudioWriter::writeConverted() {
+    if (!writing_) return;
+    if (writing_->write()) requestSync(writing_);
+    if (writing_->takeBlocked()) enqueueWake_->signal();
+}
+
+void StereoAudioWriter::requestSync(const std::shared_ptr<RecordingSession>& session) {
+    if (isSyncing_.exchange(true)) return;
+    syncQueue_->post([this, session] {
+        isSyncing_ = false;
+        session->sync();
+    });
+}
+
+void StereoAudioWriter::pause() {
+    if (session_) session_->pause(runtime_.scheduler().now());
+}
+
+void StereoAudioWriter::resume() {
+    if (!session_) return;
+    session_->resume(runtime_.scheduler().now());
+    enqueueQueue_->post([session = session_] { session->resetConverters(); });
+}
+
+base::Task<RecordingStopOutcome> StereoAudioWriter::stop() {
+    const auto session = session_;
+    if (!session) co_return Empty{};
+    base::log(base::filled("Stopping - mic: {0} buffers, system: {1} buffers",
+                           {std::to_string(session->bufferCount(Source::microphone)),
+                            std::to_string(session->bufferCount(Source::system))}));
+    // Twice round: what did not fit behind a slow disk the first time is converted once that has caught up.
+    const auto convertRest = [this] { converting_->convert(); };
+    const auto writeRest = [this] {
+        writing_->write();
+        return writing_->takeBlocked();
+    };
+    for (bool isBlocked = true; isBlocked;) {
+        co_await enqueueQueue_->run(convertRest);
+        isBlocked = co_await writeQueue_->run(writeRest);
+    }
+    const auto close = [this] { return std::exchange(writing_, nullptr)->close(); };
+    const auto frames = co_await writeQueue_->run(close);
+    const auto forget = [this] { converting_.reset(); };
+    co_await enqueueQueue_->run(forget);
+    const auto finishing = [this, session, frames]() -> RecordingStopOutcome {
+        if (frames >= 1) return finish(session);
+        session->encoder()->finish(0);
+        session->temporary().remove();
+        return Empty{};
+    };
+    auto outcome = co_await encodeQueue_->run(finishing);
+    session_.reset();
+    encodingProgress.set(0);
+    co_return outcome;
+}
+
+RecordingStopOutcome StereoAudioWriter::finish(const std::shared_ptr<RecordingSession>& session) {
+    const auto progress = [weak = std::weak_ptr(self_), &loop = runtime_.scheduler()](double share) {
+        loop.post([weak, share] {
+            if (const auto self = weak.lock()) (*self)->encodingProgress.set(share);
+        });
+    };
+    const auto recording = session->finished();
+    RecordingFinisher finisher(files_, encoders_, recording);
+    auto outcome =
+        finisher.run(session->encoder()->finish(recording.frames), progress, session->stopSource().get_token());
+    for (const auto& path : finisher.discarded()) removeInSteps(path);
+    return outcome;
+}
+
+void StereoAudioWriter::removeInSteps(const std::filesystem::path& path) {
+    syncQueue_->post([this, path] {
+        try {
+            const auto file = files_.open(path, base::FileAccess::update);
+            if (const auto size = file->size(); size > kRemovalStep) {
+                file->truncate(size - kRemovalStep);
+                removeInSteps(path);
+                return;
+            }
+        } catch (const base::FileError& error) {
+            base::log("A finished temporary file stays: " + error.description());
+        }
+        files_.removeIfPossible(path);
+    });
+}
+
+}  // namespace tessivox::audio

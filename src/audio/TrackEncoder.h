@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <stop_token>
+
+#include "audio/RecordingFiles.h"
+#include "audio/ports/AudioEncoder.h"
+
+namespace tessivox::audio {
+
+/// How the tracks of a recording are encoded.
+struct EncodingSettings {
+    double sampleRate = 48000;
+    int stereoBitrate = 128000;  ///< bits per second
+
+    AudioEncoding of(Track track) const;
+};
+
+/// Encodes one track of a recording into its hidden file and gives it its final name. Unless that was done, the hidden
+/// file is removed with the object. Operations throw base::Error. One thread at a time.
+class TrackEncoder {
+public:
+    TrackEncoder(base::Files& files, AudioEncoderFactory& encoders, const RecordingFiles& names, Track track,
+                 const EncodingSettings& settings);
+    TrackEncoder(const TrackEncoder&) = delete;
+    TrackEncoder& operator=(const TrackEncoder&) = delete;
+    ~TrackEncoder();
+
+    /// Takes the track's own samples: stereo ones interleaved.
+    void write(std::span<const float> samples) { encoder_->write(samples); }
+    /// Ends the file and brings it to the disk; throws if it does not hold exactly that many frames.
+    void finish(std::uint64_t expectedFrames);
+    /// Moves the finished file to `target`, which must not exist.
+    void publish(const std::filesystem::path& target);
+
+private:
+    base::Files& files_;
+    std::filesystem::path hidden_;
+    std::unique_ptr<AudioEncoder> encoder_;
+    bool isPublished_ = false;
+};
+
+/// Tells the share of the work done, from 0 to 1. Called on the encoding thread.
+using EncodingProgress = std::function<void(double)>;
+
+/// Encodes a track anew from its CAF; null if that holds no frames. Throws base::Error, also when stopped.
+std::unique_ptr<TrackEncoder> encodeFromTemporary(base::Files& files, AudioEncoderFactory& encoders,
+                                                  const RecordingFiles& names, Track track,
+                                                  const EncodingSettings& settings, const EncodingProgress& progress,
+                                                  const std::stop_token& stop);
+
+}  // namespace tessivox::audio
