@@ -75,7 +75,8 @@ public:
     virtual std::optional<FileStatus> status(const Path& path) const = 0;
     /// The names in a folder, without "." and "..", in no particular order.
     virtual std::vector<Path> list(const Path& folder) const = 0;
-    /// Makes the folder and its missing parents, mode 0700. One that exists is fine.
+    /// Makes the folder and its missing parents, mode 0700; their names are on the disk then. One that exists is
+    /// fine.
     virtual void makeFolders(const Path& folder) = 0;
     /// Renames; fails (EEXIST) if the target's name is taken, (EXDEV) across file systems.
     virtual void move(const Path& from, const Path& to) = 0;
