@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "base/StandardFolders.h"
+
+namespace tessivox::posix {
+
+/// Looks up a variable of the environment; absent if it is not set.
+using Environment = std::function<std::optional<std::string>(const std::string& name)>;
+
+/// The environment of this process.
+Environment processEnvironment();
+
+/// The user's folders by the XDG Base Directory Specification 0.8 and user-dirs.dirs(5). Relative values are ignored,
+/// as they ask. Without HOME, the home folder of the user database.
+base::StandardFolders standardFolders(const Environment& environment);
+
+}  // namespace tessivox::posix
