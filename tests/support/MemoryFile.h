@@ -17,6 +17,7 @@ struct MemoryDisk {
     int operations = 0;                            ///< changes and syncs so far
     int failAt = std::numeric_limits<int>::max();  ///< the operation, counted from 0, that fails once with ENOSPC
     int syncedAt = -1;                             ///< the last sync's number
+    int reads = 0;
     bool isClosed = false;
 };
 
@@ -34,6 +35,7 @@ public:
         std::ranges::copy(bytes, disk_.contents.begin() + static_cast<std::ptrdiff_t>(offset));
     }
     std::size_t readAt(std::uint64_t offset, std::span<std::byte> bytes) override {
+        ++disk_.reads;
         if (offset >= disk_.contents.size()) return 0;
         const auto rest = std::span(disk_.contents).subspan(static_cast<std::size_t>(offset));
         const auto count = std::min(rest.size(), bytes.size());
