@@ -1,0 +1,121 @@
+#include "platform/linux/pulse/Connection.h"
+
+#include <pulse/error.h>
+#include <pulse/introspect.h>
+#include <pulse/subscribe.h>
+
+#include <exception>
+
+#include "platform/linux/pulse/PulseError.h"
+
+namespace tessivox::pulse {
+namespace {
+
+std::string text(const char* value) { return value ? value : ""; }
+
+void addSource(pa_context*, const pa_source_info* info, int end, void* list) {
+    if (end || !info) return;
+    const bool isMonitor = info->monitor_of_sink != PA_INVALID_INDEX;
+    static_cast<std::vector<Source>*>(list)->push_back({info->index, text(info->name), text(info->description),
+                                                        text(info->monitor_of_sink_name), isMonitor,
+                                                        info->channel_map});
+}
+
+void takeDefaults(pa_context*, const pa_server_info* info, void* defaults) {
+    if (!info) return;
+    *static_cast<Defaults*>(defaults) = {text(info->default_sink_name), text(info->default_source_name)};
+}
+
+}  // namespace
+
+Connection::Connection(base::Scheduler& scheduler, const std::string& address) : scheduler_(scheduler) {
+    const Loop::Lock lock(loop_);
+    context_ = pa_context_new(loop_.api(), "Tessivox");
+    if (!context_) throw makeError(PulseFailure::noResources);
+    pa_context_set_state_callback(context_, &Connection::onState, this);
+    // A refusal at once changes the state as well, so the result tells nothing new.
+    pa_context_connect(context_, address.empty() ? nullptr : address.c_str(), PA_CONTEXT_NOAUTOSPAWN, nullptr);
+}
+
+Connection::~Connection() {
+    const Loop::Lock lock(loop_);
+    pa_context_set_state_callback(context_, nullptr, nullptr);
+    pa_context_set_subscribe_callback(context_, nullptr, nullptr);
+    pa_context_disconnect(context_);
+    pa_context_unref(context_);
+}
+
+base::Task<void> Connection::ready() { return awaitAnswer(scheduler_, state_->accepted); }
+
+void Connection::onState(pa_context* context, void* self) {
+    auto& me = *static_cast<Connection*>(self);
+    const auto state = pa_context_get_state(context);
+    const std::weak_ptr weak(me.state_);
+    if (state == PA_CONTEXT_READY) {
+        me.scheduler_.post([weak] {
+            const auto mine = weak.lock();
+            if (!mine) return;
+            mine->wasReady = true;
+            mine->accepted.succeed(true);
+        });
+    } else if (!PA_CONTEXT_IS_GOOD(state)) {
+        me.scheduler_.post([weak, code = pa_context_errno(context)] {
+            const auto mine = weak.lock();
+            if (!mine) return;
+            mine->accepted.fail(std::make_exception_ptr(makeConnectionError(code)));
+            if (const auto lost = mine->lost; lost && mine->wasReady) lost();
+        });
+    }
+}
+
+void Connection::subscribe(pa_subscription_mask_t facilities, std::function<void()> handler) {
+    events_ = scheduler_.source(std::move(handler));
+    const Loop::Lock lock(loop_);
+    pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
+    if (auto* operation = pa_context_subscribe(context_, facilities, nullptr, nullptr)) pa_operation_unref(operation);
+}
+
+void Connection::onEvent(pa_context*, pa_subscription_event_type_t, std::uint32_t, void* self) {
+    static_cast<Connection*>(self)->events_->signal();
+}
+
+base::Task<Defaults> Connection::defaults() {
+    const auto keepAlive = shared_from_this();
+    Defaults result;
+    Operation operation(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        operation.start(pa_context_get_server_info(context_, &takeDefaults, &result));
+    }
+    co_await operation.finished();
+    co_return result;
+}
+
+base::Task<std::vector<Source>> Connection::sources() {
+    const auto keepAlive = shared_from_this();
+    std::vector<Source> result;
+    Operation operation(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        operation.start(pa_context_get_source_info_list(context_, &addSource, &result));
+    }
+    co_await operation.finished();
+    co_return result;
+}
+
+base::Task<std::optional<Source>> Connection::source(std::string name) {
+    const auto keepAlive = shared_from_this();
+    std::vector<Source> found;
+    Operation operation(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        operation.start(pa_context_get_source_info_by_name(context_, name.c_str(), &addSource, &found));
+    }
+    co_await operation.finished();
+    // A server may answer a name it does not know with another device.
+    std::optional<Source> result;
+    if (!found.empty() && found.front().name == name) result = found.front();
+    co_return result;
+}
+
+}  // namespace tessivox::pulse

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <pulse/channelmap.h>
+#include <pulse/context.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Completion.h"
+#include "base/Scheduler.h"
+#include "platform/linux/pulse/Loop.h"
+#include "platform/linux/pulse/Operation.h"
+
+namespace tessivox::pulse {
+
+/// A source of the server: a microphone, or the monitor of an output.
+struct Source {
+    std::uint32_t index = 0;
+    std::string name;
+    std::string description;
+    std::string monitoredSink;  ///< name of the output it is the monitor of; empty for a real input
+    bool isMonitor = false;
+    pa_channel_map channels{};
+};
+
+/// The server's defaults, by name, as it states them: they may name what is not there.
+struct Defaults {
+    std::string sink;
+    std::string source;
+};
+
+/// One connection to the sound server, on a thread of its own. It never comes back once lost: make another. Main
+/// thread, but for loop() and context(), which are for callers that hold the loop's lock.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    /// Begins to connect. An empty address means the user's server. Throws base::Error without resources.
+    Connection(base::Scheduler& scheduler, const std::string& address);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection();
+
+    /// Ends when the server has accepted; throws base::Error if it does not. To be awaited once.
+    base::Task<void> ready();
+    /// Replaces the handler for the connection's loss, after it was ready. Called at most once.
+    void onLost(std::function<void()> handler) { state_->lost = std::move(handler); }
+    /// Calls the handler after events of these facilities, several at once as one. Once a connection, after ready().
+    void subscribe(pa_subscription_mask_t facilities, std::function<void()> handler);
+
+    // Each throws base::Error if the server does not answer.
+    base::Task<Defaults> defaults();
+    base::Task<std::vector<Source>> sources();
+    base::Task<std::optional<Source>> source(std::string name);
+
+    base::Scheduler& scheduler() { return scheduler_; }
+    Loop& loop() { return loop_; }
+    pa_context* context() { return context_; }
+
+private:
+    /// What posted callbacks reach; it goes with the connection.
+    struct State {
+        base::Completion<bool> accepted;
+        std::function<void()> lost;
+        bool wasReady = false;
+    };
+
+    base::Scheduler& scheduler_;
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+    std::unique_ptr<base::WakeSource> events_;
+    Loop loop_;
+    pa_context* context_ = nullptr;
+
+    static void onState(pa_context* context, void* self);
+    static void onEvent(pa_context*, pa_subscription_event_type_t, std::uint32_t, void* self);
+};
+
+}  // namespace tessivox::pulse

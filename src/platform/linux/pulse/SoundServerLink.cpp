@@ -1,0 +1,77 @@
+#include "platform/linux/pulse/SoundServerLink.h"
+
+#include <utility>
+
+#include "base/Log.h"
+#include "platform/linux/pulse/PulseError.h"
+
+namespace tessivox::pulse {
+namespace {
+
+constexpr base::Duration kRetryInterval = std::chrono::seconds(1);
+constexpr base::Duration kCoalescing = std::chrono::milliseconds(50);
+constexpr auto kFacilities = static_cast<pa_subscription_mask_t>(
+    PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
+
+}  // namespace
+
+SoundServerLink::SoundServerLink(base::Scheduler& scheduler, std::string address)
+    : scheduler_(scheduler), address_(std::move(address)), tasks_(scheduler) {
+    tasks_.start(keepConnected());
+}
+
+SoundServerLink::~SoundServerLink() = default;
+
+base::Task<void> SoundServerLink::keepConnected() {
+    while (true) {
+        const base::Completion<bool> lost;
+        try {
+            auto connection = co_await connect();
+            hold(std::move(connection), lost);
+            co_await lost;
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+        const bool wasConnected = std::exchange(connection_, nullptr) != nullptr;
+        settle();
+        if (wasConnected) noteChange();
+        co_await scheduler_.sleep(kRetryInterval);
+    }
+}
+
+base::Task<std::shared_ptr<Connection>> SoundServerLink::connect() {
+    const auto connection = std::make_shared<Connection>(scheduler_, address_);
+    co_await connection->ready();
+    co_return connection;
+}
+
+void SoundServerLink::hold(std::shared_ptr<Connection> connection, base::Completion<bool> lost) {
+    base::log("Connected to the sound server");
+    connection_ = std::move(connection);
+    failure_ = nullptr;
+    connection_->onLost([lost] { lost.fail(std::make_exception_ptr(makeError(PulseFailure::connectionLost))); });
+    connection_->subscribe(kFacilities, [this] { noteChange(); });
+    settle();
+    noteChange();
+}
+
+void SoundServerLink::settle() {
+    for (const auto& waiting : std::exchange(waiting_, {})) waiting.succeed(true);
+}
+
+void SoundServerLink::noteChange() {
+    if (coalescing_) return;
+    coalescing_ = scheduler_.after(kCoalescing, [this] { changed_.emit(); });
+}
+
+base::Task<std::shared_ptr<Connection>> SoundServerLink::connection() {
+    if (!connection_ && !failure_) {
+        const base::Completion<bool> settled;
+        waiting_.push_back(settled);
+        co_await settled;
+    }
+    if (!connection_) std::rethrow_exception(failure_);
+    co_return connection_;
+}
+
+}  // namespace tessivox::pulse

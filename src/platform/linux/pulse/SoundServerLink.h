@@ -1,0 +1,51 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/Completion.h"
+#include "base/Scheduler.h"
+#include "base/Signal.h"
+#include "base/Task.h"
+#include "base/TaskScope.h"
+#include "platform/linux/pulse/Connection.h"
+
+namespace tessivox::pulse {
+
+/// The process's standing link to the sound server: connects, hears of changes, and after a loss tries again each
+/// second. Main thread.
+class SoundServerLink {
+public:
+    /// Begins to connect. An empty address means the user's server. The scheduler outlives the link.
+    explicit SoundServerLink(base::Scheduler& scheduler, std::string address = {});
+    ~SoundServerLink();
+
+    /// The connection, once it is known whether there is one; throws base::Error if there is none at present.
+    base::Task<std::shared_ptr<Connection>> connection();
+    /// Called after devices came or went, a default changed, or the server went away or came back; changes within 50 ms
+    /// count as one.
+    base::Subscription onChange(std::function<void()> handler) { return changed_.observe(std::move(handler)); }
+
+    base::Scheduler& scheduler() { return scheduler_; }
+    const std::string& address() const { return address_; }
+
+private:
+    base::Scheduler& scheduler_;
+    std::string address_;
+    base::Signal<> changed_;
+    std::shared_ptr<Connection> connection_;  ///< null while there is none
+    std::exception_ptr failure_;              ///< why there is none; null while the outcome is open
+    std::vector<base::Completion<bool>> waiting_;
+    base::Timer coalescing_;
+    base::TaskScope tasks_;
+
+    base::Task<void> keepConnected();
+    base::Task<std::shared_ptr<Connection>> connect();
+    void hold(std::shared_ptr<Connection> connection, base::Completion<bool> lost);
+    void settle();
+    void noteChange();
+};
+
+}  // namespace tessivox::pulse

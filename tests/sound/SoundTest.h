@@ -1,0 +1,31 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+#include "support/RealTimeLoop.h"
+#include "support/SoundServer.h"
+
+namespace tessivox::testing {
+
+using namespace std::chrono_literals;
+
+inline void PrintTo(SoundServerKind kind, std::ostream* output) { *output << nameOf(kind); }
+
+/// A test against a private server of its own, once with each kind of server.
+class SoundTest : public ::testing::TestWithParam<SoundServerKind> {
+protected:
+    SoundServer server{GetParam()};
+    RealTimeLoop loop;
+};
+
+inline std::string nameOfServer(const ::testing::TestParamInfo<SoundServerKind>& info) { return nameOf(info.param); }
+
+}  // namespace tessivox::testing
+
+#define TESSIVOX_WITH_BOTH_SERVERS(suite)                                                        \
+    INSTANTIATE_TEST_SUITE_P(On, suite,                                                          \
+                             ::testing::Values(::tessivox::testing::SoundServerKind::pulseAudio, \
+                                               ::tessivox::testing::SoundServerKind::pipeWire),  \
+                             ::tessivox::testing::nameOfServer)
