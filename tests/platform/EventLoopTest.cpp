@@ -30,14 +30,14 @@ struct EventLoopTest : ::testing::Test {
 
 TEST_F(EventLoopTest, RunsSourcesThenPostedWorkThenTimersInOrder) {
     const auto source = loop.source([this] { note('s'); });
-    const auto late = loop.after(2ms, [this] {
-        note('5');
-        loop.quit();
-    });
-    const auto early = loop.after(1ms, [this] { note('4'); });
+    const auto first = loop.after(0ms, [this] { note('3'); });
+    const auto second = loop.after(0ms, [this] { note('4'); });
     loop.post([this] {
         note('1');
-        loop.post([this] { note('3'); });
+        loop.post([this] {
+            note('5');
+            loop.quit();
+        });
     });
     loop.post([this, &source] {
         note('2');
