@@ -113,7 +113,25 @@ base::Task<RecordingStopOutcome> StereoAudioWriter::stop() {
     base::log(base::filled("Stopping - mic: {0} buffers, system: {1} buffers",
                            {std::to_string(session->bufferCount(Source::microphone)),
                             std::to_string(session->bufferCount(Source::system))}));
-    // Twice round: what did not fit behind a slow disk the first time is converted once that has caught up.
+    const auto frames = co_await closeSession();
+    const auto finishing = [this, session, frames] { return frames >= 1 ? finish(*session) : discard(*session); };
+    auto outcome = co_await encodeQueue_->run(finishing);
+    session_.reset();
+    encodingProgress.set(0);
+    co_return outcome;
+}
+
+base::Task<void> StereoAudioWriter::abandon() {
+    const auto session = session_;
+    if (!session) co_return;
+    co_await closeSession();
+    const auto discarding = [session] { return discard(*session); };
+    co_await encodeQueue_->run(discarding);
+    session_.reset();
+}
+
+base::Task<std::int64_t> StereoAudioWriter::closeSession() {
+    // What did not fit behind a slow disk the first time is converted once that has caught up.
     const auto convertRest = [this] { converting_->convert(); };
     const auto writeRest = [this] {
         writing_->write();
@@ -123,32 +141,28 @@ base::Task<RecordingStopOutcome> StereoAudioWriter::stop() {
         co_await enqueueQueue_->run(convertRest);
         isBlocked = co_await writeQueue_->run(writeRest);
     }
-    const auto close = [this] { return std::exchange(writing_, nullptr)->close(); };
-    const auto frames = co_await writeQueue_->run(close);
     const auto forget = [this] { converting_.reset(); };
     co_await enqueueQueue_->run(forget);
-    const auto finishing = [this, session, frames]() -> RecordingStopOutcome {
-        if (frames >= 1) return finish(session);
-        session->encoder()->finish(0);
-        session->temporary().remove();
-        return Empty{};
-    };
-    auto outcome = co_await encodeQueue_->run(finishing);
-    session_.reset();
-    encodingProgress.set(0);
-    co_return outcome;
+    const auto close = [this] { return std::exchange(writing_, nullptr)->close(); };
+    co_return co_await writeQueue_->run(close);
 }
 
-RecordingStopOutcome StereoAudioWriter::finish(const std::shared_ptr<RecordingSession>& session) {
+RecordingStopOutcome StereoAudioWriter::discard(RecordingSession& session) {
+    session.encoder()->finish(0);
+    session.temporary().remove();
+    return Empty{};
+}
+
+RecordingStopOutcome StereoAudioWriter::finish(RecordingSession& session) {
     const auto progress = [weak = std::weak_ptr(self_), &loop = runtime_.scheduler()](double share) {
         loop.post([weak, share] {
             if (const auto self = weak.lock()) (*self)->encodingProgress.set(share);
         });
     };
-    const auto recording = session->finished();
+    const auto recording = session.finished();
     RecordingFinisher finisher(files_, encoders_, recording);
     auto outcome =
-        finisher.run(session->encoder()->finish(recording.frames), progress, session->stopSource().get_token());
+        finisher.run(session.encoder()->finish(recording.frames), progress, session.stopSource().get_token());
     for (const auto& path : finisher.discarded()) removeInSteps(path);
     return outcome;
 }

@@ -42,6 +42,9 @@ public:
     /// Ends the recording, whose sources have stopped, and saves it.
     base::Task<RecordingStopOutcome> stop();
 
+    /// Ends the recording and removes it, whose sources never came up.
+    base::Task<void> abandon();
+
     /// The first failed write of a recording and the like: a sentence. The recording goes on.
     base::Signal<const std::string&> onProblem;
     /// Share done of an encoding that a stop has to do itself, from 0 to 1; 0 while there is none.
@@ -72,9 +75,9 @@ private:
     void convertArrived();
     void writeConverted();
     void requestSync(const std::shared_ptr<RecordingSession>& session);
-    template <typename Report>
-    void toMain(Report report);
-    RecordingStopOutcome finish(const std::shared_ptr<RecordingSession>& session);
+    base::Task<std::int64_t> closeSession();
+    RecordingStopOutcome finish(RecordingSession& session);
+    static RecordingStopOutcome discard(RecordingSession& session);
     void removeInSteps(const std::filesystem::path& path);
 };
 

@@ -17,7 +17,7 @@ public:
     /// steady state.
     virtual void onAudio(const AudioBuffer& buffer, base::HostTime time) = 0;
     /// The stream has ended by itself: its device or the server is gone. The reason is a sentence for the user. At most
-    /// once. Main thread.
+    /// once; the stream may be destroyed from within. Main thread.
     virtual void onEnded(const std::string& reason) = 0;
 };
 
