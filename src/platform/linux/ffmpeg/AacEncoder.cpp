@@ -66,6 +66,8 @@ void AacEncoder::openMuxer() {
     format_.reset(format);
     format_->pb = output_.context();
     format_->flags |= AVFMT_FLAG_BITEXACT;
+    // Write when the buffer is full, not after each of some 47 packets a second.
+    format_->flush_packets = 0;
     AVStream* stream = avformat_new_stream(format, nullptr);
     if (!stream) check(AVERROR(ENOMEM), kOutOfMemory);
     stream->time_base = codec_->time_base;
