@@ -110,6 +110,12 @@ std::string ChildProcess::readLine(int limitMilliseconds) {
     }
 }
 
+std::string ChildProcess::ask(const std::string& line) {
+    const auto question = line + "\n";
+    if (write(input_, question.data(), question.size()) != static_cast<ssize_t>(question.size())) return {};
+    return readLine();
+}
+
 std::string ChildProcess::readAll() {
     std::string all;
     char part[4096];
@@ -180,6 +186,13 @@ unsigned SoundServer::moduleWith(const std::string& text) {
 void SoundServer::setDefaultSink(const std::string& name) { run({"pactl", "set-default-sink", name}); }
 
 void SoundServer::setDefaultSource(const std::string& name) { run({"pactl", "set-default-source", name}); }
+
+unsigned SoundServer::addRoom() {
+    // PulseAudio hands a microphone behind a sink with norewinds the sound one block before it is played.
+    loadModule({"module-null-sink", "sink_name=room", "rate=48000", "channels=2"});
+    return loadModule({"module-remap-source", "master=room.monitor", "source_name=roommic", "channels=1",
+                       "channel_map=mono", "master_channel_map=front-left"});
+}
 
 void SoundServer::moveSinkInputs(pid_t player, const std::string& sink) {
     std::istringstream lines(run({"pactl", "list", "sink-inputs"}));

@@ -31,6 +31,8 @@ public:
     void closeInput();
     /// One line of its output, without the newline; empty at the end of the output or after the limit.
     std::string readLine(int limitMilliseconds = 20000);
+    /// Writes a line to its input and gives the line it answers.
+    std::string ask(const std::string& line);
     /// All output until its end.
     std::string readAll();
     pid_t pid() const { return pid_; }
@@ -65,6 +67,9 @@ public:
     unsigned moduleWith(const std::string& text);
     void setDefaultSink(const std::string& name);
     void setDefaultSource(const std::string& name);
+    /// Adds the sink "room" and the microphone "roommic", which hears it at the very moment it is played, so that the
+    /// two can be compared by the clock. Returns the microphone's module.
+    unsigned addRoom();
     /// Moves each stream that this process id plays.
     void moveSinkInputs(pid_t player, const std::string& sink);
 

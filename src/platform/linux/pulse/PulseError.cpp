@@ -26,6 +26,8 @@ std::string_view sentence(PulseFailure failure) {
         case PulseFailure::outputMissing:
             return "The computer's sound cannot be recorded: there is no output \"{0}\". Choose an output in the "
                    "sound settings.";
+        case PulseFailure::deviceRemoved:
+            return "\"{0}\" was unplugged or switched off. Plug it in again or choose another device.";
         case PulseFailure::captureRefused:
             return "The sound server did not let \"{0}\" be recorded. Close other programs that use it, and try "
                    "again.";

@@ -15,6 +15,7 @@ enum class PulseFailure {
     microphoneMissing,  ///< no source of that name
     notAMicrophone,     ///< the source is the monitor of an output
     outputMissing,      ///< no monitor of that name
+    deviceRemoved,      ///< the recorded device went away
     captureRefused,     ///< the server would not open the stream as asked
     noResources,        ///< no thread or memory for a connection
 };
