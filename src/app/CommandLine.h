@@ -1,0 +1,65 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "base/Units.h"
+#include "core/AudioQuality.h"
+
+namespace tessivox::app {
+
+/// The microphone that `--mic` asks for.
+struct MicrophoneChoice {
+    enum class Kind { systemDefault, none, named };
+    Kind kind = Kind::systemDefault;
+    std::string name;  ///< uid or display name, if named
+
+    bool operator==(const MicrophoneChoice&) const = default;
+};
+
+/// `tessivox record`. What is absent is as the settings say.
+struct RecordOptions {
+    std::optional<base::Duration> length;
+    std::optional<std::filesystem::path> output;
+    std::optional<MicrophoneChoice> microphone;
+    std::optional<bool> recordsSystemAudio;
+    std::optional<core::AudioQuality> quality;
+    bool savesSeparateTracks = false;
+};
+
+/// `tessivox devices`.
+struct DevicesOptions {
+    bool asJSON = false;
+};
+
+/// A text that was asked for.
+struct Information {
+    std::string text;
+};
+
+/// A command line that makes no sense; the sentence says what to do.
+struct UsageError {
+    std::string sentence;
+};
+
+using Command = std::variant<RecordOptions, DevicesOptions, Information, UsageError>;
+
+struct CommandLine {
+    Command command;
+    bool isVerbose = false;
+};
+
+/// Understands the arguments, without the program's name. Looks at nothing else.
+CommandLine parseCommandLine(const std::vector<std::string>& arguments);
+
+/// "30s", "5m", "1h30m", or "90" for seconds. Absent if it is none of these, zero, or over 1000 hours.
+std::optional<base::Duration> parseDuration(std::string_view text);
+
+/// Why a recording cannot have that name, as a sentence; absent if it can.
+std::optional<std::string> outputNameProblem(const std::filesystem::path& output);
+
+}  // namespace tessivox::app

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tessivox::app {
+
+/// What the program ends with.
+enum class ExitCode { done = 0, failed = 1, usage = 2, nothingRecorded = 4 };
+
+}  // namespace tessivox::app

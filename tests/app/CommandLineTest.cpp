@@ -1,0 +1,108 @@
+#include "app/CommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace tessivox::app {
+namespace {
+
+using namespace std::chrono_literals;
+using Arguments = std::vector<std::string>;
+
+template <typename Expected>
+Expected parsedAs(const Arguments& arguments) {
+    const auto line = parseCommandLine(arguments);
+    if (const auto* problem = std::get_if<UsageError>(&line.command)) ADD_FAILURE() << problem->sentence;
+    return std::get<Expected>(line.command);
+}
+
+std::string problemOf(const Arguments& arguments) {
+    const auto line = parseCommandLine(arguments);
+    const auto* problem = std::get_if<UsageError>(&line.command);
+    return problem ? problem->sentence : "";
+}
+
+TEST(CommandLineTest, LeavesEverythingToTheSettingsUnlessToldOtherwise) {
+    const auto options = parsedAs<RecordOptions>({"record"});
+    EXPECT_FALSE(options.length || options.output || options.microphone || options.recordsSystemAudio ||
+                 options.quality || options.savesSeparateTracks);
+}
+
+TEST(CommandLineTest, TakesEveryOptionOfRecordInBothForms) {
+    const Arguments spaced{"record", "--for",    "1h30m", "--output",  "/tmp/A.M4A", "--mic",
+                           "USB",    "--system", "off",   "--quality", "high",       "--separate-tracks"};
+    const Arguments joined{"record",       "--for=90m",      "--output=/tmp/A.M4A", "--mic=USB",
+                           "--system=off", "--quality=high", "--separate-tracks"};
+    for (const auto& arguments : {spaced, joined}) {
+        const auto options = parsedAs<RecordOptions>(arguments);
+        EXPECT_EQ(options.length, 90min);
+        EXPECT_EQ(options.output, "/tmp/A.M4A");
+        EXPECT_EQ(options.microphone, (MicrophoneChoice{MicrophoneChoice::Kind::named, "USB"}));
+        EXPECT_EQ(options.recordsSystemAudio, false);
+        EXPECT_EQ(options.quality, core::AudioQuality::high);
+        EXPECT_TRUE(options.savesSeparateTracks);
+    }
+    EXPECT_EQ(parsedAs<RecordOptions>({"record", "--mic", "none"}).microphone->kind, MicrophoneChoice::Kind::none);
+    EXPECT_EQ(parsedAs<RecordOptions>({"record", "--mic", "default"}).microphone, MicrophoneChoice{});
+}
+
+TEST(CommandLineTest, FindsVerboseAndHelpAnywhere) {
+    EXPECT_TRUE(parseCommandLine({"--verbose", "record"}).isVerbose);
+    EXPECT_TRUE(parseCommandLine({"devices", "--json", "--verbose"}).isVerbose);
+    EXPECT_FALSE(parseCommandLine({"devices"}).isVerbose);
+    EXPECT_TRUE(parsedAs<DevicesOptions>({"--verbose", "devices", "--json"}).asJSON);
+    EXPECT_NE(parsedAs<Information>({"--help"}).text.find("tessivox devices"), std::string::npos);
+    EXPECT_NE(parsedAs<Information>({"record", "--for", "x", "-h"}).text.find("--separate-tracks"), std::string::npos);
+    EXPECT_NE(parsedAs<Information>({"devices", "--help"}).text.find("\"defaultInput\""), std::string::npos);
+    EXPECT_EQ(parsedAs<Information>({"--version"}).text.substr(0, 9), "tessivox ");
+}
+
+TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
+    const std::vector<std::pair<Arguments, std::string>> cases{
+        {{}, "tessivox record"},
+        {{"rec"}, "\"rec\""},
+        {{"--json"}, "\"--json\""},
+        {{"record", "file.m4a"}, "\"file.m4a\""},
+        {{"record", "--fast"}, "\"--fast\""},
+        {{"record", "--json"}, "\"--json\""},
+        {{"devices", "--for", "3s"}, "\"--for\""},
+        {{"record", "--for"}, "--for needs a value"},
+        {{"record", "--output", "--separate-tracks"}, "--output needs a value"},
+        {{"record", "--separate-tracks=yes"}, "takes no value"},
+        {{"record", "--for", "soon"}, "1h30m"},
+        {{"record", "--system", "yes"}, "on or off"},
+        {{"record", "--quality", "Best"}, "low, medium or high"},
+        {{"record", "--mic="}, "default or none"},
+        {{"record", "--output="}, ".m4a"},
+        {{"record", "--output", "a.wav"}, ".m4a"},
+    };
+    for (const auto& [arguments, expected] : cases) {
+        const auto problem = problemOf(arguments);
+        EXPECT_NE(problem.find(expected), std::string::npos) << expected << " is not in: " << problem;
+    }
+}
+
+TEST(CommandLineTest, ReadsDurations) {
+    const std::vector<std::pair<std::string, base::Duration>> good{
+        {"30s", 30s},    {"5m", 5min},      {"1h30m", 90min}, {"90", 90s},      {"1h", 1h},
+        {"1h5s", 3605s}, {"1h2m3s", 3723s}, {"90m", 90min},   {"1000h", 1000h}, {"007s", 7s}};
+    for (const auto& [text, expected] : good) EXPECT_EQ(parseDuration(text), expected) << text;
+    for (const auto* text : {"", "0", "0s", "s", "-5", "+5", " 5", "5 ", "1.5h", "30s1h", "1h30", "5m5m", "1001h",
+                             "99999999999999999999", "3600001", "5x", "1H"})
+        EXPECT_FALSE(parseDuration(text)) << text;
+}
+
+TEST(CommandLineTest, AllowsOnlyVisibleNamesThatEveryFileOfARecordingFits) {
+    EXPECT_FALSE(outputNameProblem("a.m4a"));
+    EXPECT_FALSE(outputNameProblem("/tmp/A.b.M4A"));
+    EXPECT_FALSE(outputNameProblem(std::string(243, 'x') + ".m4a"));
+    for (const std::string& name :
+         {std::string("a"), std::string("a.mp4"), std::string("m4a"), std::string("folder/"), std::string("a.m4a/"),
+          std::string(".a.m4a"), std::string("x/.m4a"), std::string(244, 'x') + ".m4a"})
+        EXPECT_TRUE(outputNameProblem(name)) << name;
+}
+
+}  // namespace
+}  // namespace tessivox::app
