@@ -7,10 +7,13 @@
 namespace tessivox::audio {
 namespace {
 
+constexpr std::string_view kStereoPrefix = "stereo_";
+constexpr std::string_view kExtension = ".caf";
+
 std::string_view temporaryPrefix(Track track) {
     switch (track) {
         case Track::stereo:
-            return RecordingFiles::kTemporaryPrefix;
+            return kStereoPrefix;
         case Track::microphone:
             return "mic_";
         case Track::system:
@@ -57,7 +60,7 @@ std::filesystem::path RecordingFiles::hidden(Track track) const {
 }
 
 std::filesystem::path RecordingFiles::temporary(Track track) const {
-    return incompleteFolder_ / (std::string(temporaryPrefix(track)) + base_ + std::string(kTemporaryExtension));
+    return incompleteFolder_ / (std::string(temporaryPrefix(track)) + base_ + std::string(kExtension));
 }
 
 std::filesystem::path RecordingFiles::discarded(Track track) const {
@@ -70,6 +73,18 @@ std::filesystem::path RecordingFiles::discarded(Track track) const {
             return incompleteFolder_ / ("donesys_" + base_ + ".caf");
     }
     std::abort();
+}
+
+std::optional<std::string> RecordingFiles::baseOfTemporary(std::string_view name) {
+    if (!name.starts_with(kStereoPrefix) || !name.ends_with(kExtension)) return std::nullopt;
+    const auto length = name.size() - kExtension.size();
+    if (length <= kStereoPrefix.size()) return std::nullopt;
+    return std::string(name.substr(kStereoPrefix.size(), length - kStereoPrefix.size()));
+}
+
+bool RecordingFiles::isDiscarded(std::string_view name) {
+    const auto hasPrefix = [name](std::string_view prefix) { return name.starts_with(prefix); };
+    return name.ends_with(kExtension) && (hasPrefix("done_") || hasPrefix("donemic_") || hasPrefix("donesys_"));
 }
 
 std::filesystem::path RecordingFiles::rescued() const { return outputFolder_ / (base_ + ".caf"); }

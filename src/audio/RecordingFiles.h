@@ -2,8 +2,9 @@
 
 #include <array>
 #include <filesystem>
+#include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "base/StandardFolders.h"
 #include "base/ports/Files.h"
@@ -22,8 +23,6 @@ std::filesystem::path incompleteFolder(const base::StandardFolders& folders);
 class RecordingFiles {
 public:
     static constexpr std::size_t kLongestBase = 243;  ///< bytes
-    static constexpr std::string_view kTemporaryPrefix = "stereo_";
-    static constexpr std::string_view kTemporaryExtension = ".caf";
 
     RecordingFiles(std::filesystem::path incompleteFolder, const std::filesystem::path& output);
 
@@ -37,6 +36,11 @@ public:
     std::filesystem::path discarded(Track track) const;
     /// Where raw audio goes that could not be encoded.
     std::filesystem::path rescued() const;
+
+    /// The recording's base name, if this is the name of a stereo temporary file.
+    static std::optional<std::string> baseOfTemporary(std::string_view name);
+    /// Whether a temporary file of that name waits for its removal.
+    static bool isDiscarded(std::string_view name);
 
     const std::string& baseName() const { return base_; }
     const std::filesystem::path& incompleteFolder() const { return incompleteFolder_; }

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+#include <stop_token>
+#include <vector>
+
+#include "audio/ports/AudioEncoder.h"
+#include "base/ports/Files.h"
+
+namespace tessivox::audio {
+
+/// Finishes the recordings that a crash, a kill or a power failure has left in the folder of temporary files: each
+/// becomes an `.m4a` in the recordings folder, at 128 kbit/s, under its own name or "_recovered_1" and so on. A
+/// recording that a running program is making is left alone, one that was saved already merely loses its temporary
+/// files, and one that cannot be finished stays for the next time. Returns the files made, in order of their names.
+/// Never throws; long, so call it on a queue. Stopping it leaves the rest for the next time.
+std::vector<std::filesystem::path> recoverIncompleteFiles(base::Files& files, AudioEncoderFactory& encoders,
+                                                          const std::filesystem::path& incompleteFolder,
+                                                          const std::filesystem::path& recordingsFolder,
+                                                          const std::stop_token& stop);
+
+}  // namespace tessivox::audio
