@@ -23,6 +23,8 @@ public:
 
     bool hasKeys() const { return ::isatty(input_) == 1; }
     bool hasScreen() const { return ::isatty(output_) == 1; }
+    /// Whether this process is the one that the terminal listens to; true where that cannot be told.
+    bool isForeground() const;
     /// The width of the screen; 80 where it is unknown.
     int columns() const;
 
@@ -43,7 +45,6 @@ private:
     base::Subscription readable_;
     bool isTaken_ = false;
 
-    bool isForeground() const;
     void take();
     void giveBack();
     void deliver();
