@@ -89,6 +89,7 @@ base::Task<ExitCode> RecordCommand::record() {
     savingSince_ = parts_.scheduler.now();
     setPhase(RecordView::Phase::saving);
     const auto outcome = co_await parts_.recorder.stop();
+    endProgress();
     co_return std::visit(Telling{parts_.console, parts_.incompleteFolder}, outcome);
 }
 

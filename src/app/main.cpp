@@ -1,1 +1,59 @@
-int main() { return 0; }
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "app/CommandLine.h"
+#include "app/Composition.h"
+#include "app/ExitCode.h"
+#include "base/Log.h"
+
+namespace {
+
+using namespace tessivox;
+using app::ExitCode;
+
+void write(std::FILE* stream, const std::string& text) { std::fwrite(text.data(), 1, text.size(), stream); }
+
+/// Does what a command line asks for and gives what the process ends with.
+struct Running {
+    ExitCode operator()(app::RecordOptions options) const {
+        if (options.output) options.output = std::filesystem::absolute(*options.output);
+        return app::Composition().record(options);
+    }
+    ExitCode operator()(const app::DevicesOptions& options) const { return app::Composition().listDevices(options); }
+    ExitCode operator()(const app::Information& information) const {
+        write(stdout, information.text);
+        return ExitCode::done;
+    }
+    ExitCode operator()(const app::UsageError& error) const {
+        write(stderr, error.sentence + "\n");
+        return ExitCode::usage;
+    }
+};
+
+bool wantsLog(const app::CommandLine& line) {
+    const char* asked = std::getenv("TESSIVOX_LOG");
+    return line.isVerbose || (asked && *asked != '\0');
+}
+
+ExitCode run(const std::vector<std::string>& arguments) {
+    const auto line = app::parseCommandLine(arguments);
+    if (wantsLog(line)) base::setLogSink([](std::string_view text) { write(stderr, std::string(text) + "\n"); });
+    return std::visit(Running(), line.command);
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+    try {
+        return static_cast<int>(run(std::vector<std::string>(values + 1, values + count)));
+    } catch (const std::exception& error) {
+        write(stderr, std::string(error.what()) + "\n");
+        return static_cast<int>(ExitCode::failed);
+    }
+}

@@ -1,0 +1,123 @@
+#include "app/Composition.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+#include "app/DevicesCommand.h"
+#include "app/Headless.h"
+#include "app/RecordCommand.h"
+#include "audio/AudioLevelMonitor.h"
+#include "audio/AudioRecorder.h"
+#include "audio/RecordingFiles.h"
+#include "audio/StereoAudioWriter.h"
+#include "base/TaskScope.h"
+#include "core/AppSettings.h"
+#include "core/AppState.h"
+#include "core/JsonPreferences.h"
+#include "core/PreferencesOverlay.h"
+#include "platform/linux/ffmpeg/AacEncoder.h"
+#include "platform/linux/ffmpeg/MediaError.h"
+#include "platform/linux/ffmpeg/SwrConverter.h"
+#include "platform/linux/posix/PosixLocalTime.h"
+#include "platform/linux/posix/XdgFolders.h"
+#include "platform/linux/pulse/PulseAudioDevices.h"
+#include "platform/linux/pulse/PulseCaptureBackend.h"
+#include "platform/linux/pulse/SoundServerLink.h"
+
+namespace tessivox::app {
+
+namespace {
+
+bool isIgnored(int signal) {
+    struct sigaction found {};
+    return ::sigaction(signal, nullptr, &found) == 0 && found.sa_handler == SIG_IGN;
+}
+
+}  // namespace
+
+Composition::Composition()
+    : ignoresHangup_(isIgnored(SIGHUP)),
+      signals_(loop_, {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT}, [this](int signal) { onSignal(signal); }),
+      files_(loop_),
+      folders_(posix::standardFolders(posix::processEnvironment())),
+      terminal_(std::in_place, loop_),
+      console_(*terminal_) {}
+
+void Composition::onSignal(int signal) {
+    if (signal == SIGTSTP) {
+        console_.status("");
+        terminal_->suspend();
+    } else if (signal == SIGCONT) {
+        terminal_->resume();
+    } else if (interrupt_ && !(signal == SIGHUP && ignoresHangup_)) {
+        interrupt_();
+    }
+}
+
+void Composition::finish(ExitCode code) {
+    code_ = code;
+    loop_.quit();
+}
+
+void Composition::leaveAtOnce() {
+    terminal_.reset();  // gives it back in the mode it was found in
+    std::_Exit(static_cast<int>(ExitCode::failed));
+}
+
+base::Task<void> Composition::finishWith(base::Task<ExitCode> command) {
+    const auto code = co_await command;
+    finish(code);
+}
+
+ExitCode Composition::listDevices(const DevicesOptions& options) {
+    interrupt_ = [this] { leaveAtOnce(); };
+    pulse::SoundServerLink server(loop_);
+    pulse::PulseAudioDevices devices(server);
+    base::TaskScope scope(loop_);
+    scope.start(finishWith(app::listDevices(options, devices, console_)));
+    loop_.run();
+    return code_;
+}
+
+ExitCode Composition::record(const RecordOptions& options) {
+    ffmpeg::redirectLog();
+    core::JsonPreferences stored(files_, loop_, folders_.configuration / "Tessivox" / "settings.json",
+                                 [this](const std::string& sentence) { console_.message(sentence); });
+    core::PreferencesOverlay preferences(stored);
+    HeadlessFolderChooser chooser;
+    HeadlessLoginItem loginItem;
+    core::AppSettings settings(preferences, files_, folders_, chooser, loginItem);
+    core::AppState state(loop_);
+
+    posix::PosixLocalTime localTime;
+    pulse::SoundServerLink server(loop_);
+    pulse::PulseAudioDevices devices(server);
+    pulse::PulseCaptureBackend captures(loop_);
+    ffmpeg::SwrConverterFactory converters;
+    ffmpeg::AacEncoderFactory encoders;
+    audio::AudioLevelMonitor levels(loop_);
+    const auto incompleteFolder = audio::incompleteFolder(folders_);
+    audio::StereoAudioWriter writer(loop_, files_, converters, encoders, incompleteFolder);
+    const audio::AudioRecorder::Surroundings surroundings{loop_, files_,  localTime, settings,
+                                                          state, devices, captures,  levels};
+    audio::AudioRecorder recorder(surroundings, writer, incompleteFolder);
+
+    const RecordingControls controls{
+        [&](auto output) { return recorder.startRecording(std::nullopt, std::move(output)); },
+        [&] { return recorder.stopRecording(); },
+        [&] { recorder.pauseRecording(); },
+        [&] { recorder.resumeRecording(); },
+        [&] { return writer.encodingProgress.get(); },
+    };
+    const RecordCommand::Parts parts{
+        loop_,    files_,           settings, state, devices, levels.microphoneLevel, levels.systemAudioLevel,
+        controls, incompleteFolder, console_};
+    RecordCommand command(options, parts, {[this](ExitCode code) { finish(code); }, [this] { leaveAtOnce(); }});
+    interrupt_ = [&command] { command.interrupt(); };
+    loop_.run();
+    interrupt_ = nullptr;
+    return code_;
+}
+
+}  // namespace tessivox::app

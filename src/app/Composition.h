@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "app/CommandLine.h"
+#include "app/ExitCode.h"
+#include "app/TerminalConsole.h"
+#include "base/StandardFolders.h"
+#include "base/Task.h"
+#include "platform/linux/posix/EventLoop.h"
+#include "platform/linux/posix/PosixFiles.h"
+#include "platform/linux/posix/SignalWatch.h"
+#include "platform/linux/posix/Terminal.h"
+
+namespace tessivox::app {
+
+/// Makes every object of the program, in the order in which they need each other, and runs one command over them. Made
+/// before any thread.
+class Composition {
+public:
+    Composition();
+    Composition(const Composition&) = delete;
+    Composition& operator=(const Composition&) = delete;
+
+    ExitCode record(const RecordOptions& options);
+    ExitCode listDevices(const DevicesOptions& options);
+
+private:
+    posix::EventLoop loop_;
+    std::function<void()> interrupt_;  ///< what a signal to stop does
+    const bool ignoresHangup_;         ///< so that nohup keeps its word
+    posix::SignalWatch signals_;
+    posix::PosixFiles files_;
+    base::StandardFolders folders_;
+    std::optional<posix::Terminal> terminal_;
+    TerminalConsole console_;
+    ExitCode code_ = ExitCode::failed;
+
+    void onSignal(int signal);
+    void finish(ExitCode code);
+    [[noreturn]] void leaveAtOnce();
+    base::Task<void> finishWith(base::Task<ExitCode> command);
+};
+
+}  // namespace tessivox::app

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "base/Error.h"
+#include "base/Text.h"
+#include "core/ports/FolderChooser.h"
+#include "core/ports/LoginItem.h"
+
+namespace tessivox::app {
+
+/// Where nobody can be asked, every choice is cancelled.
+class HeadlessFolderChooser final : public core::FolderChooser {
+public:
+    base::Task<std::optional<std::filesystem::path>> chooseFolder(std::string, std::string) override {
+        co_return std::nullopt;
+    }
+};
+
+/// A command never becomes part of the desktop's session.
+class HeadlessLoginItem final : public core::LoginItem {
+public:
+    void registerItem() override { refuse(); }
+    void unregisterItem() override { refuse(); }
+
+private:
+    [[noreturn]] static void refuse() {
+        throw base::Error("app", 1, base::localized("A command cannot change what starts with the desktop."));
+    }
+};
+
+}  // namespace tessivox::app
