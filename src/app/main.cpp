@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -36,6 +39,14 @@ struct Running {
     }
 };
 
+/// Without this, a file that is opened later could take the place of a stream that was closed when the program started,
+/// and get what is written for it.
+void occupyStandardStreams() {
+    int opened = ::open("/dev/null", O_RDWR);
+    while (opened >= 0 && opened <= STDERR_FILENO) opened = ::open("/dev/null", O_RDWR);
+    if (opened >= 0) ::close(opened);
+}
+
 bool wantsLog(const app::CommandLine& line) {
     const char* asked = std::getenv("TESSIVOX_LOG");
     return line.isVerbose || (asked && *asked != '\0');
@@ -50,6 +61,7 @@ ExitCode run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int count, char** values) {
+    occupyStandardStreams();
     try {
         return static_cast<int>(run(std::vector<std::string>(values + 1, values + count)));
     } catch (const std::exception& error) {
