@@ -10,6 +10,7 @@
 #include "support/FakeEncoder.h"
 #include "support/FakeSound.h"
 #include "support/ManualRuntime.h"
+#include "support/QuietDesktop.h"
 
 namespace tessivox::audio {
 namespace {
@@ -17,40 +18,15 @@ namespace {
 using namespace std::chrono_literals;
 using testing::FakeEncoder;
 
-struct UtcTime final : base::LocalTime {
-    base::CivilTime civil(base::WallTime time) const override {
-        const auto day = std::chrono::floor<std::chrono::days>(time);
-        const std::chrono::year_month_day date(day);
-        const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::seconds>(time - day));
-        return {static_cast<int>(date.year()),
-                static_cast<int>(static_cast<unsigned>(date.month())),
-                static_cast<int>(static_cast<unsigned>(date.day())),
-                static_cast<int>(clock.hours().count()),
-                static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count())};
-    }
-};
-
-struct NoChooser final : core::FolderChooser {
-    base::Task<std::optional<std::filesystem::path>> chooseFolder(std::string, std::string) override {
-        co_return std::nullopt;
-    }
-};
-
-struct NoLoginItem final : core::LoginItem {
-    void registerItem() override {}
-    void unregisterItem() override {}
-};
-
 struct AudioRecorderTest : ::testing::Test {
     testing::CrashingFiles disk;
     testing::ManualRuntime time;
     testing::FakeSound sound{time};
     testing::FakeConverter converters;
     FakeEncoder encoders;
-    UtcTime utc;
-    NoChooser chooser;
-    NoLoginItem loginItem;
+    testing::UtcTime utc;
+    testing::NoChooser chooser;
+    testing::NoLoginItem loginItem;
     core::JsonPreferences store{disk, time, "/home/config/settings.json", [](const std::string&) {}};
     core::AppSettings settings{
         store, disk, {"/home/documents", "/home/data", "/home/config", "/tmp"}, chooser, loginItem};

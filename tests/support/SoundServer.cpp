@@ -194,6 +194,20 @@ unsigned SoundServer::addRoom() {
                        "channel_map=mono", "master_channel_map=front-left"});
 }
 
+std::vector<std::pair<std::string, std::string>> SoundServer::linksFrom(const std::string& source) {
+    // Each output port stands on a line of its own, followed by "  |-> PORT" for each of its links.
+    std::istringstream lines(run({"pw-link", "-l"}));
+    std::vector<std::pair<std::string, std::string>> links;
+    const std::string arrow = "  |-> ";
+    std::string port;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("  ")) port = line;
+        if (line.starts_with(arrow) && port.starts_with(source + ":"))
+            links.emplace_back(port, line.substr(arrow.size()));
+    }
+    return links;
+}
+
 void SoundServer::moveSinkInputs(pid_t player, const std::string& sink) {
     std::istringstream lines(run({"pactl", "list", "sink-inputs"}));
     const std::string head = "Sink Input #";

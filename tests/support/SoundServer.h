@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tessivox::testing {
@@ -72,6 +73,9 @@ public:
     unsigned addRoom();
     /// Moves each stream that this process id plays.
     void moveSinkInputs(pid_t player, const std::string& sink);
+
+    /// On PipeWire: the links from a source's ports, each as the names of its two ports.
+    std::vector<std::pair<std::string, std::string>> linksFrom(const std::string& source);
 
     /// Plays into a sink from another process until the returned child is destroyed: "sine HZ [HZ-RIGHT]" or
     /// "clicks PERIOD-MS". Returns once it is being heard.

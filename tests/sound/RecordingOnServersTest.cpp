@@ -1,0 +1,217 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "audio/AudioRecorder.h"
+#include "core/JsonPreferences.h"
+#include "platform/linux/posix/EventLoop.h"
+#include "platform/linux/pulse/PulseAudioDevices.h"
+#include "platform/linux/pulse/PulseCaptureBackend.h"
+#include "platform/linux/pulse/SoundServerLink.h"
+#include "sound/CapturedSound.h"
+#include "sound/SoundTest.h"
+#include "support/CrashingFiles.h"
+#include "support/FakeEncoder.h"
+#include "support/QuietDesktop.h"
+#include "support/SoundPlayer.h"
+
+namespace tessivox::testing {
+namespace {
+
+/// The whole recorder on a real server; only the disk and the encoder are stand-ins, so that what is recorded can be
+/// measured to the sample.
+class RecordingOnServersTest : public ::testing::TestWithParam<SoundServerKind> {
+protected:
+    SoundServer server{GetParam()};
+    posix::EventLoop loop;
+    CrashingFiles disk;
+    FakeConverter converters;
+    FakeEncoder encoders;
+    UtcTime utc;
+    NoChooser chooser;
+    NoLoginItem loginItem;
+    core::JsonPreferences store{disk, loop, "/config/settings.json", [](const std::string&) {}};
+    core::AppSettings settings{store, disk, {"/documents", "/data", "/config", "/tmp"}, chooser, loginItem};
+    core::AppState state{loop};
+    audio::AudioLevelMonitor levels{loop};
+    pulse::SoundServerLink link{loop, server.address()};
+    pulse::PulseAudioDevices devices{link};
+    pulse::PulseCaptureBackend backend{loop, server.address()};
+    audio::StereoAudioWriter writer{loop, disk, converters, encoders, "/data/Incomplete"};
+    audio::AudioRecorder recorder{
+        {loop, disk, utc, settings, state, devices, backend, levels}, writer, "/data/Incomplete"};
+    std::vector<float> left, right;
+
+    bool runUntil(const std::function<bool()>& condition, base::Duration limit = 10s) {
+        bool isMet = false;
+        const auto poll = loop.every(5ms, [&] {
+            if ((isMet = condition())) loop.quit();
+        });
+        const auto deadline = loop.after(limit, [this] { loop.quit(); });
+        loop.run();
+        return isMet;
+    }
+    /// Real sound takes real time.
+    void record(base::Duration span) {
+        runUntil([] { return false; }, span);
+    }
+    void start() {
+        const auto begin = [this]() -> base::Task<void> {
+            co_await recorder.startRecording(std::nullopt, std::nullopt);
+        };
+        base::TaskScope scope(loop);
+        scope.start(begin());
+        ASSERT_TRUE(runUntil([this] { return recorder.isRecording.get(); }));
+    }
+    void stop() {
+        std::optional<audio::RecordingStopOutcome> outcome;
+        const auto end = [&]() -> base::Task<void> { outcome = co_await recorder.stopRecording(); };
+        base::TaskScope scope(loop);
+        scope.start(end());
+        ASSERT_TRUE(runUntil([&] { return outcome && scope.isIdle(); }, 60s));
+        const auto samples = FakeEncoder::samplesOf(disk, std::get<audio::Saved>(*outcome).url);
+        for (std::size_t index = 0; index + 1 < samples.size(); index += 2) {
+            left.push_back(samples[index]);
+            right.push_back(samples[index + 1]);
+        }
+    }
+    /// The microphone "roommic" hears what is played into "room" at the very moment it is played.
+    void useRoom() {
+        roomMicrophone = server.addRoom();
+        server.setDefaultSink("room");
+        server.setDefaultSource("roommic");
+    }
+    unsigned roomMicrophone = 0;
+
+    /// Distance of each click on the left to the nearest one on the right, in milliseconds, for those from a second of
+    /// the recording on.
+    std::vector<double> clickOffsets(double fromSecond, double untilSecond) {
+        const auto onLeft = findClicks(left, base::HostTime{});
+        const auto onRight = findClicks(right, base::HostTime{});
+        std::vector<double> offsets;
+        for (const auto click : onLeft) {
+            const auto second = base::toSeconds(click - base::HostTime{});
+            if (second < fromSecond || second > untilSecond) continue;
+            double nearest = 1e9;
+            for (const auto other : onRight) {
+                nearest = std::min(nearest, std::abs(base::toSeconds(click - other)) * 1e3);
+            }
+            offsets.push_back(nearest);
+        }
+        std::ranges::sort(offsets);
+        return offsets;
+    }
+    static double percentile95(const std::vector<double>& sorted) { return sorted.at(sorted.size() * 95 / 100); }
+
+    void stallMicrophone(bool stalled) {
+        if (GetParam() == SoundServerKind::pulseAudio) {
+            server.run({"pactl", "suspend-source", "roommic", stalled ? "1" : "0"});
+            return;
+        }
+        if (stalled) links_ = server.linksFrom("roommic");
+        for (const auto& [from, to] : links_) {
+            stalled ? server.run({"pw-link", "-d", from, to}) : server.run({"pw-link", from, to});
+        }
+    }
+
+private:
+    std::vector<std::pair<std::string, std::string>> links_;
+};
+
+TEST_P(RecordingOnServersTest, AClickIsHeardAtTheSameFrameOnBothChannelsForAMinute) {
+    useRoom();
+    const auto player = server.play("room", {"clicks", "250"});
+    start();
+    record(61s);
+    stop();
+    const auto offsets = clickOffsets(0, 60);
+    ASSERT_GT(offsets.size(), 220U);
+    EXPECT_LT(percentile95(offsets), 2.0);
+    RecordProperty("p95_us", static_cast<int>(percentile95(offsets) * 1e3));
+    EXPECT_FALSE(state.lastError.get());
+}
+
+TEST_P(RecordingOnServersTest, TheChannelsAgreeAgainAfterAStallAndAfterUnpluggingTheMicrophone) {
+    useRoom();
+    const auto player = server.play("room", {"clicks", "250"});
+    start();
+    record(4s);
+    stallMicrophone(true);
+    record(5s);
+    stallMicrophone(false);
+    record(7s);
+    server.unloadModule(roomMicrophone);
+    ASSERT_TRUE(runUntil([this] { return state.lastError.get().has_value(); }));
+    record(2s);
+    server.run({"pactl", "load-module", "module-remap-source", "master=room.monitor", "source_name=roommic",
+                "channels=1", "channel_map=mono", "master_channel_map=front-left"});
+    server.setDefaultSource("roommic");
+    record(7s);
+    stop();
+    const auto silentAround = [this](double second) {
+        const auto from = left.begin() + static_cast<std::ptrdiff_t>(second * 48000);
+        return std::all_of(from, from + 48000, [](float sample) { return std::abs(sample) < 0.01F; });
+    };
+    EXPECT_TRUE(silentAround(6.0)) << "the stall did not happen";
+    const auto afterStall = clickOffsets(9.5, 15.5);
+    ASSERT_GT(afterStall.size(), 16U);
+    EXPECT_LT(percentile95(afterStall), 5.0);
+    const auto afterReplug = clickOffsets(static_cast<double>(left.size()) / 48000 - 5, 1e9);
+    ASSERT_GT(afterReplug.size(), 14U);
+    EXPECT_LT(percentile95(afterReplug), 5.0);
+}
+
+TEST_P(RecordingOnServersTest, TonesComeOutWhereTheyWentInWithoutTicksAtTheJoins) {
+    const auto voice = server.play("micfeed", {"sine", "440"});
+    const auto music = server.play("speakers", {"sine", "880"});
+    start();
+    record(12s);
+    stop();
+    for (const auto& [channel, hertz, other] : {std::tuple(&left, 440.0, 880.0), std::tuple(&right, 880.0, 440.0)}) {
+        std::vector<double> residuals;  // dB below the tone, each 100 ms
+        for (std::size_t from = 48000; from + 4800 <= channel->size() - 48000; from += 4800) {
+            const auto window = std::vector(channel->begin() + static_cast<std::ptrdiff_t>(from),
+                                            channel->begin() + static_cast<std::ptrdiff_t>(from + 4800));
+            const auto tone = measureTone(window, hertz);
+            ASSERT_GT(tone.amplitude, 0.1);
+            residuals.push_back(20 * std::log10(tone.residual * std::numbers::sqrt2 / tone.amplitude));
+            EXPECT_LT(measureTone(window, other).amplitude, tone.amplitude / 100);
+        }
+        std::ranges::sort(residuals);
+        ASSERT_GT(residuals.size(), 90U);
+        EXPECT_LT(percentile95(residuals), -50.0) << hertz << " Hz";
+    }
+}
+
+TEST_P(RecordingOnServersTest, ARecordingOutlivesItsServerAndFollowsTheDefaultOutput) {
+    const auto music = server.play("speakers", {"sine", "880"});
+    start();
+    record(2s);
+    server.loadModule({"module-null-sink", "sink_name=headphones", "rate=48000", "channels=2", "norewinds=1"});
+    const auto elsewhere = server.play("headphones", {"sine", "660"});
+    server.setDefaultSink("headphones");
+    record(3s);
+    server.kill();
+    ASSERT_TRUE(runUntil([this] { return state.lastError.get().has_value(); }));
+    record(1s);
+    server.restart();
+    const auto again = server.play("speakers", {"sine", "990"});
+    record(4s);
+    stop();
+    const auto toneAt = [this](double second, double hertz) {
+        const auto from = right.begin() + static_cast<std::ptrdiff_t>(second * 48000);
+        return measureTone(std::vector(from, from + 9600), hertz).amplitude;
+    };
+    const auto length = static_cast<double>(right.size()) / 48000;
+    EXPECT_GT(toneAt(1.0, 880), 0.2);
+    EXPECT_GT(toneAt(4.0, 660), 0.2);
+    EXPECT_GT(toneAt(length - 1, 990), 0.2);
+    EXPECT_GT(length, 9.5);
+}
+
+TESSIVOX_WITH_BOTH_SERVERS(RecordingOnServersTest);
+
+}  // namespace
+}  // namespace tessivox::testing
