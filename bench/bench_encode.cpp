@@ -1,6 +1,6 @@
 // What encoding beside the recording costs, and what is left to do at its end, against encoding afterwards with the
 // ffmpeg program from the same samples in the same run.
-//   bench_encode [--smoke] [--minutes N]
+//   bench_encode [--smoke] [--minutes N] [--kbits 64|128|256]
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -98,7 +98,10 @@ void run(const Arguments& arguments) {
     std::printf(
         "            | chunk CPU  max wall | end wall   memory |  peer s: default, fast |  CPU ratio ours/peer  "
         "| wait at the end: x shorter\n");
-    for (const int bitrate : {64000, 128000, 256000}) compare(folder, bitrate, seconds);
+    const int only = static_cast<int>(arguments.number("--kbits", 0)) * 1000;
+    for (const int bitrate : {64000, 128000, 256000}) {
+        if (only == 0 || only == bitrate) compare(folder, bitrate, seconds);
+    }
 }
 
 }  // namespace
