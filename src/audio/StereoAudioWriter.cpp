@@ -55,13 +55,7 @@ void StereoAudioWriter::start(const std::filesystem::path& outputURL, double sam
     session_ = session;
     enqueueQueue_->post([this, session] { converting_ = session; });
     writeQueue_->post([this, session] { writing_ = session; });
-    syncQueue_->post([this, folder = names.incompleteFolder()] {
-        try {
-            files_.syncFolder(folder);
-        } catch (const base::FileError& error) {
-            base::log("The folder of temporary recordings is not synced: " + error.description());
-        }
-    });
+    requestSync(session);
     base::log(startLine(outputURL, sampleRate, audioBitrate, saveSeparateTracks));
 }
 

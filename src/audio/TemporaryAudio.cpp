@@ -72,6 +72,10 @@ void TemporaryAudio::writeMono(std::size_t side, std::uint64_t firstFrame, std::
 
 void TemporaryAudio::sync() {
     for (const auto& file : syncing_) file->sync();
+    if (areNamesSynced_) return;
+    // Until this has succeeded once, a crash would take the whole recording.
+    files_.syncFolder(names_.incompleteFolder());
+    areNamesSynced_ = true;
 }
 
 void TemporaryAudio::remove() noexcept {

@@ -28,7 +28,8 @@ public:
     /// Frames of the stereo file that could not be written. Write queue.
     std::uint64_t lostFrames() const { return lostFrames_; }
 
-    /// Brings what is written to the disk; throws base::FileError. Sync queue, beside the writing.
+    /// Brings what is written to the disk, and once the files' names; throws base::FileError. Sync queue, beside the
+    /// writing.
     void sync();
 
     /// Removes the files. Both queues idle.
@@ -40,6 +41,7 @@ private:
     std::unique_ptr<CafWriter> stereo_;
     std::vector<std::unique_ptr<CafWriter>> mono_;      ///< none, or microphone and system
     std::vector<std::unique_ptr<base::File>> syncing_;  ///< the same files, opened for the sync queue
+    bool areNamesSynced_ = false;                       ///< sync queue
     std::vector<float> channel_;
     std::uint64_t lostFrames_ = 0;
 
