@@ -95,6 +95,7 @@ void RecordingFinisher::discardTemporaries() {
 ConversionFailed RecordingFinisher::rescue() {
     const auto& names = recording_.names;
     ConversionFailed outcome;
+    syncRawAudio();
     try {
         files_.replace(names.temporary(Track::stereo), names.rescued());
         files_.syncFolder(names.outputFolder());
@@ -108,6 +109,14 @@ ConversionFailed RecordingFinisher::rescue() {
     files_.removeIfPossible(names.temporary(Track::microphone));
     files_.removeIfPossible(names.temporary(Track::system));
     return outcome;
+}
+
+void RecordingFinisher::syncRawAudio() {
+    try {
+        files_.open(recording_.names.temporary(Track::stereo), base::FileAccess::update)->sync();
+    } catch (const base::FileError& error) {
+        base::log("The end of the raw audio may not be on the disk yet: " + error.description());
+    }
 }
 
 }  // namespace tessivox::audio

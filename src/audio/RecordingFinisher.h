@@ -42,6 +42,7 @@ private:
     std::filesystem::path publish(BackgroundEncoder::FinishedTracks& tracks);
     void discardTemporaries();
     ConversionFailed rescue();
+    void syncRawAudio();
 };
 
 }  // namespace tessivox::audio
