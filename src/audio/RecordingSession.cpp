@@ -1,5 +1,8 @@
 #include "audio/RecordingSession.h"
 
+#include <algorithm>
+
+#include "audio/OriginEstimator.h"
 #include "base/Log.h"
 #include "base/Text.h"
 
@@ -30,11 +33,17 @@ RecordingSession::RecordingSession(base::Files& files, AudioConverterFactory& co
       timeline_(secondOf(settings.sampleRate),
                 [this](std::int64_t first, std::span<const float> interleaved) { writeChunk(first, interleaved); }) {}
 
-bool RecordingSession::append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept {
+void RecordingSession::append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept {
     auto& inlet = inlets_[static_cast<std::size_t>(source)];
-    const bool isTaken = inlet.incoming.push({buffer.format, time}, buffer.samples);
-    if (!isTaken) inlet.refusedFrames.fetch_add(buffer.frames(), std::memory_order_relaxed);
-    return isTaken;
+    const auto channels = static_cast<std::size_t>(buffer.format.channels);
+    // A piece always fits an empty ring, wherever in it the last one ended.
+    const auto longest = std::max<std::size_t>(1, secondOf(buffer.format.sampleRate) / 4);
+    for (std::size_t first = 0; first < buffer.frames(); first += longest) {
+        const auto count = std::min(longest, buffer.frames() - first);
+        const auto at = OriginEstimator::timeOf(time, first, buffer.format.sampleRate);
+        if (!inlet.incoming.push({buffer.format, at}, buffer.samples.subspan(first * channels, count * channels)))
+            inlet.refusedFrames.fetch_add(count, std::memory_order_relaxed);
+    }
 }
 
 void RecordingSession::pause(base::HostTime now) {

@@ -34,8 +34,9 @@ public:
     void setEncoder(std::shared_ptr<BackgroundEncoder> encoder) { encoder_ = std::move(encoder); }
     const std::shared_ptr<BackgroundEncoder>& encoder() const { return encoder_; }
 
-    /// Copies a buffer in; false if it had to be left out. The source's capture thread: no lock, no allocation.
-    bool append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept;
+    /// Copies a buffer in; what finds no room is left out and told. The source's capture thread: no lock, no
+    /// allocation.
+    void append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept;
     /// Main thread.
     void pause(base::HostTime now);
     void resume(base::HostTime now);

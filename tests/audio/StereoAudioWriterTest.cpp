@@ -160,6 +160,24 @@ TEST_F(StereoAudioWriterTest, ASourceThatChangesItsFormatGetsOneNewConverterAndS
     EXPECT_EQ(frames.size(), 4U * 4800);
 }
 
+TEST_F(StereoAudioWriterTest, BuffersOfManySecondsAreTakenLikeAnyOther) {
+    start();
+    feed(Source::microphone, 0s, 30000, 0.1F);
+    feed(Source::microphone, 625ms, 40000, 0.2F);
+    feed(Source::system, 0s, 4 * 44100, 0.5F, {44100, 2});
+    feed(Source::microphone, 2s, 2 * kRate, 0.3F);
+    ASSERT_TRUE(std::holds_alternative<Saved>(stop()));
+    const auto frames = saved();
+    ASSERT_EQ(frames.size(), 4 * kRate);
+    EXPECT_EQ(frames[69999], std::pair(0.2F, 0.5F));
+    EXPECT_EQ(frames[70000].first, 0.0F);
+    EXPECT_EQ(std::ranges::count(frames, 0.3F, &std::pair<float, float>::first),
+              static_cast<std::ptrdiff_t>(2 * kRate));
+    EXPECT_EQ(std::ranges::count(frames, 0.5F, &std::pair<float, float>::second),
+              static_cast<std::ptrdiff_t>(4 * kRate));
+    EXPECT_TRUE(problems.empty());
+}
+
 TEST_F(StereoAudioWriterTest, WithoutAudioNothingRemains) {
     start(true);
     time.advance(5s);
