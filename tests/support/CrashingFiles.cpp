@@ -35,6 +35,7 @@ void CrashingFiles::crash(Unsynced unsynced, std::uint64_t seed) {
     std::mt19937_64 random(seed);
     settle(*root_, unsynced, random);
     ++crashes_;
+    haltAt_ = std::numeric_limits<std::uint64_t>::max();
     unlocked_.notify_all();
 }
 
@@ -75,6 +76,16 @@ void CrashingFiles::failAt(std::uint64_t n, Fault fault) {
 void CrashingFiles::failFrom(std::uint64_t n, Fault fault, Path folder) {
     const std::lock_guard guard(mutex_);
     lastingFaults_.push_back({n, fault, normal(folder)});
+}
+
+void CrashingFiles::haltAt(std::uint64_t n) {
+    const std::lock_guard guard(mutex_);
+    haltAt_ = n;
+}
+
+bool CrashingFiles::isHalted() const {
+    const std::lock_guard guard(mutex_);
+    return operations_ >= haltAt_;
 }
 
 void CrashingFiles::heal() {
@@ -124,6 +135,7 @@ void CrashingFiles::emitChanges() {
 
 std::optional<CrashingFiles::Fault> CrashingFiles::countOperation(const Path& path, Room room) {
     ++operations_;
+    if (operations_ >= haltAt_) return Fault::noSpace;  // the fault that leaves the disk as it is
     if (const auto once = faults_.extract(operations_)) return once.mapped();
     for (auto& lasting : lastingFaults_) {
         if (operations_ < lasting.from || !isBelow(normal(path), lasting.folder)) continue;

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -38,6 +39,10 @@ public:
     void failAt(std::uint64_t n, Fault fault);
     /// From the n-th operation on, all below the folder fail: with ioError each, else those that need more room.
     void failFrom(std::uint64_t n, Fault fault, Path folder = "/");
+    /// The power fails just before the n-th operation: it and all later ones fail and leave the disk as it is, until
+    /// crash() says what the disk holds.
+    void haltAt(std::uint64_t n);
+    bool isHalted() const;
     /// No more faults.
     void heal();
     std::uint64_t operationCount() const;
@@ -89,6 +94,7 @@ private:
     std::uint64_t operations_ = 0;
     std::map<std::uint64_t, Fault> faults_;
     std::vector<LastingFault> lastingFaults_;
+    std::uint64_t haltAt_ = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t freeSpace_ = std::uint64_t{1} << 40;
     base::WallTime time_{std::chrono::hours(24 * 365 * 55)};
     std::map<Path, base::Signal<>> watches_;
