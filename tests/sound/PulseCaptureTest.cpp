@@ -113,24 +113,61 @@ TEST_P(PulseCaptureTest, CallsNothingAfterItsEnd) {
     EXPECT_FALSE(sound.reason);
 }
 
-TEST_P(PulseCaptureTest, StampsBothSourcesWithTheSameClock) {
-    server.addRoom();
-    const auto player = server.play("room", {"clicks", "250"});
+/// A microphone and the computer's sound that hear the same clicks.
+class PulseAlignmentTest : public PulseCaptureTest {
+protected:
     CapturedSound system;
-    const auto microphoneStream = openMicrophone("roommic", sound);
-    const auto systemStream = openSystemAudio("room.monitor", system);
-    ASSERT_TRUE(hears(sound, 4.5) && hears(system, 4.5));
-    const auto from = std::min(sound.end(), system.end()) - 4s;
-    const auto left = findClicks(sound.channel(0, from, 4s), from);
-    const auto right = findClicks(system.channel(0, from, 4s), from);
-    ASSERT_GE(left.size(), 14U);
-    ASSERT_EQ(left.size(), right.size());
-    for (std::size_t index = 0; index < left.size(); ++index) {
-        EXPECT_LT(std::abs(base::toSeconds(left[index] - right[index])), 0.002) << "click " << index;
+    std::unique_ptr<audio::CaptureStream> microphoneStream;
+    std::unique_ptr<audio::CaptureStream> systemStream;
+    ChildProcess player;
+
+    void SetUp() override {
+        server.addRoom();
+        player = server.play("room", {"clicks", "250"});
+        microphoneStream = openMicrophone("roommic", sound);
+        systemStream = openSystemAudio("room.monitor", system);
     }
-    EXPECT_LT(sound.worstJoin(from), 1ms);
-    EXPECT_LT(system.worstJoin(from), 1ms);
+    void stallMicrophone(bool isStalled) {
+        if (GetParam() == SoundServerKind::pulseAudio) {
+            server.run({"pactl", "suspend-source", "roommic", isStalled ? "1" : "0"});
+        } else if (isStalled) {
+            server.run({"pw-link", "-d", "roommic:capture_MONO", "Tessivox:input_MONO"});
+        } else {
+            server.run({"pw-link", "roommic:capture_MONO", "Tessivox:input_MONO"});
+        }
+    }
+    /// Compares the clicks of the newest stretch of both.
+    void expectAligned(base::Duration length, double limitSeconds) {
+        const auto from = std::min(sound.end(), system.end()) - length;
+        const auto left = findClicks(sound.channel(0, from, length), from);
+        const auto right = findClicks(system.channel(0, from, length), from);
+        ASSERT_GE(left.size() + 2, static_cast<std::size_t>(length / 250ms));
+        ASSERT_EQ(left.size(), right.size());
+        for (std::size_t index = 0; index < left.size(); ++index) {
+            EXPECT_LT(std::abs(base::toSeconds(left[index] - right[index])), limitSeconds) << "click " << index;
+        }
+    }
+};
+
+TEST_P(PulseAlignmentTest, StampsBothSourcesWithTheSameClock) {
+    ASSERT_TRUE(hears(sound, 4.5) && hears(system, 4.5));
+    expectAligned(4s, 0.002);
+    EXPECT_LT(sound.worstJoin(sound.end() - 3s), 1ms);
+    EXPECT_LT(system.worstJoin(system.end() - 3s), 1ms);
 }
+
+TEST_P(PulseAlignmentTest, KeepsTheClockThroughAStall) {
+    ASSERT_TRUE(hears(sound, 1));
+    stallMicrophone(true);
+    ASSERT_TRUE(hears(system, system.seconds() + 2));
+    const double before = sound.seconds();
+    stallMicrophone(false);
+    ASSERT_TRUE(hears(sound, before + 3));
+    EXPECT_GT(sound.worstJoin(sound.end() - 10s), 1s) << "there was no stall";
+    expectAligned(2900ms, 0.005);
+}
+
+TESSIVOX_WITH_BOTH_SERVERS(PulseAlignmentTest);
 
 TEST_P(PulseCaptureTest, StampsAClickWithTheTimeItWasPlayed) {
     auto player = server.play("speakers", {"clicks", "250"});

@@ -4,7 +4,10 @@
 #include <pulse/introspect.h>
 #include <pulse/subscribe.h>
 
+#include <unistd.h>
+
 #include <exception>
+#include <set>
 
 #include "platform/linux/pulse/PulseError.h"
 
@@ -17,13 +20,39 @@ void addSource(pa_context*, const pa_source_info* info, int end, void* list) {
     if (end || !info) return;
     const bool isMonitor = info->monitor_of_sink != PA_INVALID_INDEX;
     static_cast<std::vector<Source>*>(list)->push_back({info->index, text(info->name), text(info->description),
-                                                        text(info->monitor_of_sink_name), isMonitor,
-                                                        info->channel_map});
+                                                        info->monitor_of_sink, text(info->monitor_of_sink_name),
+                                                        isMonitor, info->channel_map});
 }
 
 void takeDefaults(pa_context*, const pa_server_info* info, void* defaults) {
     if (!info) return;
     *static_cast<Defaults*>(defaults) = {text(info->default_sink_name), text(info->default_source_name)};
+}
+
+bool isThisProcess(const pa_proplist* properties) {
+    const char* process = pa_proplist_gets(properties, PA_PROP_APPLICATION_PROCESS_ID);
+    return process && std::to_string(getpid()) == process;
+}
+
+/// The streams to outputs, and the clients of this process: not every stream names its process itself.
+struct Playback {
+    struct Stream {
+        SinkInput input;
+        std::uint32_t client;
+    };
+    std::vector<Stream> streams;
+    std::set<std::uint32_t> ownClients;
+};
+
+void addSinkInput(pa_context*, const pa_sink_input_info* info, int end, void* playback) {
+    if (end || !info) return;
+    const bool isOurs = isThisProcess(info->proplist);
+    static_cast<Playback*>(playback)->streams.push_back(
+        {{info->index, info->sink, info->corked != 0, isOurs}, info->client});
+}
+
+void addOwnClient(pa_context*, const pa_client_info* info, int end, void* playback) {
+    if (!end && info && isThisProcess(info->proplist)) static_cast<Playback*>(playback)->ownClients.insert(info->index);
 }
 
 }  // namespace
@@ -115,6 +144,26 @@ base::Task<std::optional<Source>> Connection::source(std::string name) {
     // A server may answer a name it does not know with another device.
     std::optional<Source> result;
     if (!found.empty() && found.front().name == name) result = found.front();
+    co_return result;
+}
+
+base::Task<std::vector<SinkInput>> Connection::sinkInputs() {
+    const auto keepAlive = shared_from_this();
+    Playback playback;
+    Operation clients(scheduler_, loop_);
+    Operation streams(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        clients.start(pa_context_get_client_info_list(context_, &addOwnClient, &playback));
+        streams.start(pa_context_get_sink_input_info_list(context_, &addSinkInput, &playback));
+    }
+    co_await clients.finished();
+    co_await streams.finished();
+    std::vector<SinkInput> result;
+    for (auto& [input, client] : playback.streams) {
+        input.isOurs = input.isOurs || playback.ownClients.contains(client);
+        result.push_back(input);
+    }
     co_return result;
 }
 

@@ -22,9 +22,18 @@ struct Source {
     std::uint32_t index = 0;
     std::string name;
     std::string description;
+    std::uint32_t monitoredSinkIndex = 0;
     std::string monitoredSink;  ///< name of the output it is the monitor of; empty for a real input
     bool isMonitor = false;
     pa_channel_map channels{};
+};
+
+/// A program's stream to an output.
+struct SinkInput {
+    std::uint32_t index = 0;
+    std::uint32_t sink = 0;
+    bool isCorked = false;
+    bool isOurs = false;  ///< played by this process
 };
 
 /// The server's defaults, by name, as it states them: they may name what is not there.
@@ -54,6 +63,7 @@ public:
     base::Task<Defaults> defaults();
     base::Task<std::vector<Source>> sources();
     base::Task<std::optional<Source>> source(std::string name);
+    base::Task<std::vector<SinkInput>> sinkInputs();
 
     base::Scheduler& scheduler() { return scheduler_; }
     Loop& loop() { return loop_; }

@@ -6,6 +6,7 @@
 #include "platform/linux/pulse/Connection.h"
 #include "platform/linux/pulse/PulseError.h"
 #include "platform/linux/pulse/RecordStream.h"
+#include "platform/linux/pulse/SystemAudioStream.h"
 
 namespace tessivox::pulse {
 namespace {
@@ -14,12 +15,15 @@ namespace {
 class SingleCapture final : public audio::CaptureStream {
 public:
     SingleCapture(std::shared_ptr<Connection> connection, RecordTarget target, audio::CaptureSink& sink)
-        : stream_(std::move(connection), std::move(target), sink) {
-        stream_.onEnded([&sink](const std::string& reason) { sink.onEnded(reason); });
+        : sink_(sink), stream_(std::move(connection), std::move(target), sink) {}
+
+    base::Task<void> opened() {
+        co_await stream_.opened();
+        stream_.onEnded([&sink = sink_](const std::string& reason) { sink.onEnded(reason); });
     }
-    base::Task<void> opened() { return stream_.opened(); }
 
 private:
+    audio::CaptureSink& sink_;
     RecordStream stream_;
 };
 
@@ -48,9 +52,7 @@ base::Task<std::unique_ptr<audio::CaptureStream>> PulseCaptureBackend::openSyste
     const auto connection = co_await connect();
     const auto source = co_await connection->source(sourceName);
     if (!source || !source->isMonitor) throw makeError(PulseFailure::outputMissing, sourceName);
-    RecordTarget target{source->name, source->description, {}, std::nullopt};
-    pa_channel_map_init_stereo(&target.channels);
-    auto capture = std::make_unique<SingleCapture>(connection, target, sink);
+    auto capture = std::make_unique<SystemAudioStream>(connection, *source, sink);
     co_await capture->opened();
     co_return capture;
 }

@@ -87,10 +87,7 @@ void RecordStream::run() {
     pa_stream_set_read_callback(stream_, &RecordStream::onReadable, this);
     poll_ = pa_context_rttime_new(connection_->context(), pa_rtclock_now(), &RecordStream::onPoll, this);
     connection_->scheduler().post([weak = std::weak_ptr(state_)] {
-        const auto state = weak.lock();
-        if (!state) return;
-        state->wasOpened = true;
-        state->opened.succeed(true);
+        if (const auto state = weak.lock()) state->opened.succeed(true);
     });
 }
 
@@ -99,9 +96,7 @@ void RecordStream::fail(int pulseCode) {
         const auto state = weak.lock();
         if (!state) return;
         state->opened.fail(std::make_exception_ptr(error));
-        if (const auto ended = std::exchange(state->ended, nullptr); ended && state->wasOpened) {
-            ended(error.description());
-        }
+        if (const auto ended = std::exchange(state->ended, nullptr)) ended(error.description());
     });
 }
 

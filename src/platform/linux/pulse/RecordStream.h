@@ -38,7 +38,8 @@ public:
 
     /// Ends when the stream runs on the wanted device; throws base::Error if it cannot. To be awaited once.
     base::Task<void> opened();
-    /// Sets what to call (main thread, at most once) when an opened stream ends by itself, with the reason.
+    /// Sets what to call (main thread, at most once) when the stream fails or ends by itself, with the reason. The
+    /// handler may destroy the stream.
     void onEnded(std::function<void(const std::string&)> handler) { state_->ended = std::move(handler); }
 
 private:
@@ -46,7 +47,6 @@ private:
     struct State {
         base::Completion<bool> opened;
         std::function<void(const std::string&)> ended;
-        bool wasOpened = false;
     };
 
     std::shared_ptr<Connection> connection_;
