@@ -1,4 +1,4 @@
-#include "CapturedSound.h"
+#include "sound/CapturedSound.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #include <cmath>
 #include <numbers>
 
-#include "CapturedSound.h"
-#include "SoundTest.h"
 #include "platform/linux/pulse/PulseCaptureBackend.h"
+#include "sound/CapturedSound.h"
+#include "sound/SoundTest.h"
 #include "support/SoundPlayer.h"
 
 namespace tessivox::testing {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "SoundTest.h"
+#include "sound/SoundTest.h"
 
 namespace tessivox::testing {
 namespace {

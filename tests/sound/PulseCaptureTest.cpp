@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "CapturedSound.h"
-#include "SoundTest.h"
 #include "base/Error.h"
+#include "sound/CapturedSound.h"
+#include "sound/SoundTest.h"
 #include "support/SoundPlayer.h"
 
 namespace tessivox::testing {
