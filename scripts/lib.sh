@@ -108,7 +108,7 @@ buildPreset() {
     shift
     step "building $preset"
     if [[ ! build/$preset/build.ninja -nt CMakePresets.json ]]; then
-        quietly "build/$preset.configure.log" "${fixedAddresses[@]}" cmake --preset "$preset" ${TESSIVOX_CONFIGURE:-} || return 1
+        quietly "build/$preset.configure.log" "${fixedAddresses[@]}" cmake --preset "$preset" || return 1
     fi
     quietly "build/$preset.build.log" "${fixedAddresses[@]}" cmake --build --preset "$preset" "$@"
 }
