@@ -45,6 +45,8 @@ public:
 
     /// Places and converts what has come in; true if something is ready to be written. Convert queue.
     bool convert();
+    /// Whether audio is left that has come in. Convert queue.
+    bool isWaiting() { return earliest() != nullptr; }
     /// Whether convert() left audio waiting because the writing is behind; asking takes the answer back. Write queue.
     bool takeBlocked() { return isBlocked_.exchange(false); }
     /// Lays the converted audio on the timeline; true if a chunk has left. Write queue.

@@ -126,14 +126,14 @@ base::Task<void> StereoAudioWriter::abandon() {
 
 base::Task<std::int64_t> StereoAudioWriter::closeSession() {
     // What did not fit behind a slow disk the first time is converted once that has caught up.
-    const auto convertRest = [this] { converting_->convert(); };
-    const auto writeRest = [this] {
-        writing_->write();
-        return writing_->takeBlocked();
+    const auto convertRest = [this] {
+        converting_->convert();
+        return converting_->isWaiting();
     };
-    for (bool isBlocked = true; isBlocked;) {
-        co_await enqueueQueue_->run(convertRest);
-        isBlocked = co_await writeQueue_->run(writeRest);
+    const auto writeRest = [this] { writing_->write(); };
+    for (bool isWaiting = true; isWaiting;) {
+        isWaiting = co_await enqueueQueue_->run(convertRest);
+        co_await writeQueue_->run(writeRest);
     }
     const auto forget = [this] { converting_.reset(); };
     co_await enqueueQueue_->run(forget);
