@@ -45,12 +45,15 @@ void TimedCapture::addTimingReply(base::HostTime requested, base::HostTime origi
     release(&TimedCapture::isTimed, requested);
 }
 
-void TimedCapture::restart(base::HostTime now) {
-    // What waits from before belongs to the old origin, as well as that is known.
+void TimedCapture::flush() {
     while (const auto* record = held_.front()) {
         emit(*record);
         held_.pop();
     }
+}
+
+void TimedCapture::restart(base::HostTime now) {
+    flush();
     estimator_.restart();
     validFrom_ = now;
 }

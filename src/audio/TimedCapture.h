@@ -25,6 +25,9 @@ public:
     /// The stream was suspended and goes on.
     void restart(base::HostTime now);
 
+    /// Hands on all that waits, by the best time there is: the stream ends, or what follows has another origin.
+    void flush();
+
     /// Whether to ask for a timing reply now; remembers that it was asked. Often while the estimate is young, ten times
     /// a second later, never while one is under way unless it has become overdue.
     bool wantsTimingReply(base::HostTime now);

@@ -121,6 +121,15 @@ TEST(TimedCaptureTest, LostFramesShiftWhatFollowsByTheirLength) {
     EXPECT_EQ(device.heard[100].first - device.heard[99].first, 120ms);
 }
 
+TEST(TimedCaptureTest, TheEndHandsOnWhatStillWaits) {
+    Device device;
+    for (int round = 0; round < 102; ++round) device.fragment();
+    EXPECT_LT(device.heard.size(), 102U);
+    device.capture.flush();
+    EXPECT_EQ(device.heard.size(), 102U);
+    EXPECT_EQ(device.heard.back().first, kStart + 101 * 20ms);
+}
+
 TEST(TimedCaptureTest, WithoutRepliesAudioGoesOnAfterTheLongestHold) {
     Device device;
     std::vector<float> samples(960);

@@ -37,6 +37,7 @@ RecordStream::RecordStream(std::shared_ptr<Connection> connection, RecordTarget 
 
 RecordStream::~RecordStream() {
     const Loop::Lock lock(connection_->loop());
+    timed_.flush();
     if (poll_) connection_->loop().api()->time_free(poll_);
     if (timing_) {
         pa_operation_cancel(timing_);
