@@ -44,7 +44,10 @@ private:
     const std::stop_token& stop_;
 
     std::nullopt_t removeTemporaries() {
-        for (const auto track : kTracks) files_.removeIfPossible(names_.temporary(track));
+        for (const auto track : kTracks) {
+            files_.removeIfPossible(names_.temporary(track));
+            files_.removeIfPossible(names_.hidden(track));
+        }
         return std::nullopt;
     }
 

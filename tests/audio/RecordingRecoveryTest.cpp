@@ -38,12 +38,14 @@ TEST_F(RecordingRecoveryTest, EveryInterruptedRecordingComesBackOnceWithAllItsFr
     leave("stereo_monday.caf", 50000);
     leave("mic_monday.caf", 10);
     leave("sys_monday.caf", 10);
+    disk.put(library / ".monday_mic.part", "half an encoded track");
     leave("stereo_tuesday.caf", 100, 44100);
     EXPECT_EQ(recover(), (std::vector<Path>{"/recordings/monday.m4a", "/recordings/tuesday.m4a"}));
     EXPECT_EQ(framesOf("/recordings/monday.m4a"), 50000U);
     EXPECT_EQ(encoders.opened[0].bitrate, 128000);
     EXPECT_EQ(encoders.opened[1].sampleRate, 44100);
     EXPECT_TRUE(disk.list(incomplete).empty());
+    EXPECT_EQ(disk.list(library).size(), 2U);
     EXPECT_TRUE(recover().empty());
 }
 
