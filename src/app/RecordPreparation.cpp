@@ -97,11 +97,11 @@ std::optional<Refusal> folderRefusal(base::Files& files, const Path& folder) {
         return refusal("There is no folder \"{0}\": make it, or choose another with --output.", {folder.string()});
     const auto probe = folder / ".tessivox-probe";
     try {
-        if (!files.exists(probe)) files.create(probe);
-        files.remove(probe);
+        files.create(probe);
+        files.removeIfPossible(probe);
         return std::nullopt;
     } catch (const base::FileError& error) {
-        if (error.code() == EEXIST || error.code() == ENOENT) return std::nullopt;  // another one tries it just now
+        if (error.code() == EEXIST) return std::nullopt;  // another recording tries it just now
         if (error.code() == ENOSPC || error.code() == EDQUOT)
             return refusal("The disk of \"{0}\" is full: free some space, or choose another folder with --output.",
                            {folder.string()});
