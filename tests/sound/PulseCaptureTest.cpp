@@ -41,9 +41,11 @@ TEST_P(PulseCaptureTest, DeliversWhatTheMicrophoneHears) {
     const auto stream = openMicrophone("mic", sound);
     ASSERT_TRUE(hears(sound, 1.5));
     EXPECT_EQ(sound.format(), (audio::AudioFormat{48000, 1}));
-    const auto tone = measureTone(sound.newest(0, 500ms), 440);
-    EXPECT_GT(tone.amplitude, 0.2);
-    EXPECT_LT(tone.residual, tone.amplitude / 100);
+    // On a busy machine the player itself may stumble once.
+    EXPECT_TRUE(loop.runUntil([&] {
+        const auto tone = measureTone(sound.newest(0, 500ms), 440);
+        return tone.amplitude > 0.2 && tone.residual < tone.amplitude / 100;
+    }));
 }
 
 TEST_P(PulseCaptureTest, KeepsTheSidesOfTheSystemsSoundApart) {
@@ -90,6 +92,7 @@ TEST_P(PulseCaptureTest, EndsWhenTheRecordedOutputGoesAndTakesNoMicrophone) {
 }
 
 TEST_P(PulseCaptureTest, EndsWithTheServerAndOpensAgainAfterItsReturn) {
+    CapturedSound second;
     auto stream = openMicrophone("mic", sound);
     ASSERT_TRUE(hears(sound, 0.3));
     server.kill();
@@ -97,7 +100,6 @@ TEST_P(PulseCaptureTest, EndsWithTheServerAndOpensAgainAfterItsReturn) {
     EXPECT_NE(sound.reason->find("sound server has ended"), std::string::npos) << *sound.reason;
     EXPECT_NE(refusalOf(backend.openMicrophone("mic", sound)).find("No sound server"), std::string::npos);
     server.restart();
-    CapturedSound second;
     stream = openMicrophone("mic", second);
     EXPECT_TRUE(hears(second, 0.3));
 }
