@@ -16,10 +16,10 @@ protected:
     CapturedSound sound;
     std::unique_ptr<audio::CaptureStream> stream;
 
-    void record() { stream = loop.finish(backend.openSystemAudio("speakers.monitor", sound)); }
+    void record() { stream = finish(loop, backend.openSystemAudio("speakers.monitor", sound)); }
     bool hearsMore(double seconds) {
         const double wanted = sound.seconds() + seconds;
-        return loop.runUntil([&] { return sound.seconds() >= wanted; });
+        return runUntil(loop, [&] { return sound.seconds() >= wanted; });
     }
     SoundPlayer playOwn() { return {server.address(), "speakers", sineSignal(1500, 1500)}; }
     double newest(double hertz) { return measureTone(sound.newest(0, 300ms), hertz).amplitude; }

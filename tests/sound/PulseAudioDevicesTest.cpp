@@ -19,14 +19,16 @@ protected:
     int changes = 0;
     base::Subscription subscription = devices.onChange([this] { ++changes; });
 
-    audio::AudioDeviceSnapshot read() { return loop.finish(devices.snapshot()); }
+    audio::AudioDeviceSnapshot read() { return finish(loop, devices.snapshot()); }
 
     /// Waits for a change after which the devices are as wanted.
     bool becomes(const std::function<bool(const audio::AudioDeviceSnapshot&)>& wanted, base::Duration limit = 5s) {
         const auto end = loop.now() + limit;
         int seen = changes;
         while (!wanted(read())) {
-            if (!loop.runUntil([&] { return changes != seen; }, end - loop.now())) return false;
+            if (!runUntil(
+                    loop, [&] { return changes != seen; }, end - loop.now()))
+                return false;
             seen = changes;
         }
         return true;
@@ -92,10 +94,10 @@ TEST_P(PulseAudioDevicesTest, ReportsALostServerAndFindsItAgainWithinASecondOfIt
 TESSIVOX_WITH_BOTH_SERVERS(PulseAudioDevicesTest);
 
 TEST(PulseAudioDevicesWithoutServerTest, GivesAnEmptySnapshot) {
-    RealTimeLoop loop;
+    posix::EventLoop loop;
     pulse::SoundServerLink link(loop, "unix:/nonexistent/socket");
     pulse::PulseAudioDevices devices(link);
-    const auto snapshot = loop.finish(devices.snapshot());
+    const auto snapshot = finish(loop, devices.snapshot());
     EXPECT_FALSE(snapshot.serverReachable);
     EXPECT_TRUE(snapshot.inputs.empty());
 }
@@ -110,10 +112,10 @@ TEST(PulseAudioDevicesWithoutServerTest, IsNotHeldUpByAServerThatNeverAnswers) {
     ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(silent, 8), 0);
 
-    RealTimeLoop loop;
+    posix::EventLoop loop;
     pulse::SoundServerLink link(loop, "unix:" + folder + "/native");
     pulse::PulseAudioDevices devices(link);
-    EXPECT_FALSE(loop.finish(devices.snapshot(), 7s).serverReachable);
+    EXPECT_FALSE(finish(loop, devices.snapshot(), 7s).serverReachable);
     close(silent);
     std::filesystem::remove_all(folder);
 }

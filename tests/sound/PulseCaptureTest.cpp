@@ -17,14 +17,14 @@ protected:
     CapturedSound sound;
 
     std::unique_ptr<audio::CaptureStream> openMicrophone(const std::string& uid, CapturedSound& sink) {
-        return loop.finish(backend.openMicrophone(uid, sink));
+        return finish(loop, backend.openMicrophone(uid, sink));
     }
     std::unique_ptr<audio::CaptureStream> openSystemAudio(const std::string& name, CapturedSound& sink) {
-        return loop.finish(backend.openSystemAudio(name, sink));
+        return finish(loop, backend.openSystemAudio(name, sink));
     }
     std::string refusalOf(base::Task<std::unique_ptr<audio::CaptureStream>> opening) {
         try {
-            loop.finish(std::move(opening));
+            finish(loop, std::move(opening));
         } catch (const base::Error& error) {
             EXPECT_EQ(error.domain(), "pulse");
             return error.description();
@@ -32,7 +32,7 @@ protected:
         return "not refused";
     }
     bool hears(const CapturedSound& sink, double seconds) {
-        return loop.runUntil([&] { return sink.seconds() >= seconds; });
+        return runUntil(loop, [&] { return sink.seconds() >= seconds; });
     }
 };
 
@@ -42,7 +42,7 @@ TEST_P(PulseCaptureTest, DeliversWhatTheMicrophoneHears) {
     ASSERT_TRUE(hears(sound, 1.5));
     EXPECT_EQ(sound.format(), (audio::AudioFormat{48000, 1}));
     // On a busy machine the player itself may stumble once.
-    EXPECT_TRUE(loop.runUntil([&] {
+    EXPECT_TRUE(runUntil(loop, [&] {
         const auto tone = measureTone(sound.newest(0, 500ms), 440);
         return tone.amplitude > 0.2 && tone.residual < tone.amplitude / 100;
     }));
@@ -77,7 +77,7 @@ TEST_P(PulseCaptureTest, EndsWhenTheMicrophoneIsUnpluggedAndTakesNoOther) {
     const auto stream = openMicrophone("mic", sound);
     ASSERT_TRUE(hears(sound, 0.5));
     server.unloadModule(server.moduleWith("source_name=mic"));
-    ASSERT_TRUE(loop.runUntil([&] { return sound.reason.has_value(); }));
+    ASSERT_TRUE(runUntil(loop, [&] { return sound.reason.has_value(); }));
     EXPECT_NE(sound.reason->find("unplugged"), std::string::npos) << *sound.reason;
     EXPECT_LT(measureTone(sound.newest(0, 200ms), 880).amplitude, 0.001);
 }
@@ -87,7 +87,7 @@ TEST_P(PulseCaptureTest, EndsWhenTheRecordedOutputGoesAndTakesNoMicrophone) {
     const auto stream = openSystemAudio("speakers.monitor", sound);
     ASSERT_TRUE(hears(sound, 0.5));
     server.unloadModule(server.moduleWith("sink_name=speakers"));
-    ASSERT_TRUE(loop.runUntil([&] { return sound.reason.has_value(); }));
+    ASSERT_TRUE(runUntil(loop, [&] { return sound.reason.has_value(); }));
     EXPECT_LT(measureTone(sound.newest(0, 200ms), 440).amplitude, 0.001);
 }
 
@@ -96,7 +96,8 @@ TEST_P(PulseCaptureTest, EndsWithTheServerAndOpensAgainAfterItsReturn) {
     auto stream = openMicrophone("mic", sound);
     ASSERT_TRUE(hears(sound, 0.3));
     server.kill();
-    ASSERT_TRUE(loop.runUntil([&] { return sound.reason.has_value(); }, 2s));
+    ASSERT_TRUE(runUntil(
+        loop, [&] { return sound.reason.has_value(); }, 2s));
     EXPECT_NE(sound.reason->find("sound server has ended"), std::string::npos) << *sound.reason;
     EXPECT_NE(refusalOf(backend.openMicrophone("mic", sound)).find("No sound server"), std::string::npos);
     server.restart();
@@ -110,7 +111,7 @@ TEST_P(PulseCaptureTest, CallsNothingAfterItsEnd) {
     stream.reset();
     const double heard = sound.seconds();
     server.kill();
-    loop.runFor(100ms);
+    runFor(loop, 100ms);
     EXPECT_EQ(sound.seconds(), heard);
     EXPECT_FALSE(sound.reason);
 }

@@ -4,8 +4,9 @@
 
 #include <ostream>
 
-#include "support/RealTimeLoop.h"
+#include "platform/linux/posix/EventLoop.h"
 #include "support/SoundServer.h"
+#include "support/TurnLoop.h"
 
 namespace tessivox::testing {
 
@@ -17,7 +18,7 @@ inline void PrintTo(SoundServerKind kind, std::ostream* output) { *output << nam
 class SoundTest : public ::testing::TestWithParam<SoundServerKind> {
 protected:
     SoundServer server{GetParam()};
-    RealTimeLoop loop;
+    posix::EventLoop loop;
 };
 
 inline std::string nameOfServer(const ::testing::TestParamInfo<SoundServerKind>& info) { return nameOf(info.param); }
