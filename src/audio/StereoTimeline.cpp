@@ -56,15 +56,25 @@ void StereoTimeline::Channel::write(std::size_t index, std::span<const float> sa
 }
 
 void StereoTimeline::Channel::padTo(std::size_t target) {
-    for (; length < target; ++length) ring[(start + length) % ring.size()] = 0;
+    while (length < target) {
+        const auto begin = (start + length) % ring.size();
+        const auto count = std::min(target - length, ring.size() - begin);
+        std::fill_n(ring.begin() + static_cast<std::ptrdiff_t>(begin), count, 0.0F);
+        length += count;
+    }
 }
 
 void StereoTimeline::Channel::take(std::size_t frames, std::span<float> interleaved, std::size_t offset) {
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-        interleaved[2 * frame + offset] = ring[start];
-        if (++start == ring.size()) start = 0;
-    }
     length -= frames;
+    for (float* target = interleaved.data() + offset; frames > 0;) {
+        const auto piece = std::span(ring).subspan(start, std::min(frames, ring.size() - start));
+        for (const float sample : piece) {
+            *target = sample;
+            target += 2;
+        }
+        start = (start + piece.size()) % ring.size();
+        frames -= piece.size();
+    }
 }
 
 }  // namespace tessivox::audio
