@@ -1,15 +1,30 @@
 #include "audio/AudioLevelMonitor.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <numeric>
+#include <span>
 
 namespace tessivox::audio {
+namespace {
+
+/// In parts that do not wait for each other, since this runs on the capture thread.
+float sumOfSquares(std::span<const float> samples) {
+    std::array<float, 16> parts{};
+    while (samples.size() >= parts.size()) {
+        for (std::size_t index = 0; index < parts.size(); ++index) parts[index] += samples[index] * samples[index];
+        samples = samples.subspan(parts.size());
+    }
+    for (std::size_t index = 0; index < samples.size(); ++index) parts[index] += samples[index] * samples[index];
+    return std::accumulate(parts.begin(), parts.end(), 0.0F);
+}
+
+}  // namespace
 
 float AudioLevelMonitor::bufferLevel(const AudioBuffer& buffer) noexcept {
     if (buffer.samples.empty()) return 0;
-    float sum = 0;
-    for (const float sample : buffer.samples) sum += sample * sample;
-    const auto rms = std::sqrt(sum / static_cast<float>(buffer.samples.size()));
+    const auto rms = std::sqrt(sumOfSquares(buffer.samples) / static_cast<float>(buffer.samples.size()));
     return std::min(rms * 10, 1.0F);
 }
 
