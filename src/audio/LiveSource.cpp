@@ -53,6 +53,9 @@ void LiveSource::onAudio(const AudioBuffer& buffer, base::HostTime time) {
     if (time > scheduler_.now() + kLatestFuture || isInPause(time, time + buffer.duration())) return;
     handlers_.deliver(buffer, time);
     levels_.push(AudioLevelMonitor::bufferLevel(buffer), {});
+    untold_ += buffer.duration();
+    if (untold_ < kLevelInterval) return;
+    untold_ = {};
     levelWake_->signal();
 }
 

@@ -9,6 +9,10 @@ namespace {
 /// A big file that is removed at once keeps the disk busy for seconds; in steps others get their turn.
 constexpr std::uint64_t kRemovalStep = 64 << 20;
 
+/// Waking a thread is by far the dearest part of taking a buffer, and captures deliver several at a time. So a source
+/// does it once for so much of its time; a gap counts as time.
+constexpr base::Duration kWakeInterval = std::chrono::milliseconds(100);
+
 std::string startLine(const std::filesystem::path& output, double rate, int bitrate, bool separate) {
     return base::filled(
         "Started - output: {0}, rate: {1}, bitrate: {2}, separate: {3}",
@@ -53,8 +57,16 @@ void StereoAudioWriter::start(const std::filesystem::path& outputURL, double sam
     session->setEncoder(
         std::make_shared<BackgroundEncoder>(files_, encoders_, *encodeQueue_, names, settings, saveSeparateTracks));
     session_ = session;
-    enqueueQueue_->post([this, session] { converting_ = session; });
-    writeQueue_->post([this, session] { writing_ = session; });
+    wakeDue_.fill(base::HostTime::min());  // the first buffers show at once
+    // Sound may have come before a queue has got that far, so each looks for it then.
+    enqueueQueue_->post([this, session] {
+        converting_ = session;
+        convertArrived();
+    });
+    writeQueue_->post([this, session] {
+        writing_ = session;
+        writeConverted();
+    });
     requestSync(session);
     base::log(startLine(outputURL, sampleRate, audioBitrate, saveSeparateTracks));
 }
@@ -70,7 +82,16 @@ void StereoAudioWriter::appendSystem(const AudioBuffer& buffer, base::HostTime t
 void StereoAudioWriter::append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept {
     if (!session_) return;
     session_->append(source, buffer, time);
-    enqueueWake_->signal();
+    if (isWakeDue(source, buffer, time)) enqueueWake_->signal();
+}
+
+bool StereoAudioWriter::isWakeDue(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept {
+    auto& due = wakeDue_[static_cast<std::size_t>(source)];
+    const auto end = time + buffer.duration();
+    if (end < due) return false;
+    const auto since = due == base::HostTime::min() ? time : due;
+    due = since + ((end - since) / kWakeInterval + 1) * kWakeInterval;
+    return true;
 }
 
 void StereoAudioWriter::convertArrived() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -61,6 +62,7 @@ private:
     std::shared_ptr<RecordingSession> converting_;  ///< convert queue
     std::shared_ptr<RecordingSession> writing_;     ///< write queue
     std::atomic<bool> isSyncing_ = false;
+    std::array<base::HostTime, 2> wakeDue_{};  ///< from when on a source's sound wakes; its capture thread
     std::shared_ptr<StereoAudioWriter*> self_ = std::make_shared<StereoAudioWriter*>(this);  ///< for posted reports
 
     // Destroyed first, in reverse: each queue finishes its work before what it works on goes.
@@ -72,6 +74,7 @@ private:
     std::unique_ptr<base::WakeSource> enqueueWake_;
 
     void append(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept;
+    bool isWakeDue(Source source, const AudioBuffer& buffer, base::HostTime time) noexcept;
     void convertArrived();
     void writeConverted();
     void requestSync(const std::shared_ptr<RecordingSession>& session);
