@@ -13,6 +13,22 @@ constexpr std::uint64_t kRemovalStep = 64 << 20;
 /// does it once for so much of its time; a gap counts as time.
 constexpr base::Duration kWakeInterval = std::chrono::milliseconds(100);
 
+/// Each step is work of its own on the queue, which may be on its way out.
+void removeInSteps(base::Files& files, base::TaskQueue& queue, const std::filesystem::path& path) {
+    queue.post([&files, &queue, path] {
+        try {
+            const auto file = files.open(path, base::FileAccess::update);
+            if (const auto size = file->size(); size > kRemovalStep) {
+                file->truncate(size - kRemovalStep);
+                return removeInSteps(files, queue, path);
+            }
+        } catch (const base::FileError& error) {
+            base::log("A finished temporary file stays: " + error.description());
+        }
+        files.removeIfPossible(path);
+    });
+}
+
 std::string startLine(const std::filesystem::path& output, double rate, int bitrate, bool separate) {
     return base::filled(
         "Started - output: {0}, rate: {1}, bitrate: {2}, separate: {3}",
@@ -178,24 +194,8 @@ RecordingStopOutcome StereoAudioWriter::finish(RecordingSession& session) {
     RecordingFinisher finisher(files_, encoders_, recording);
     auto outcome =
         finisher.run(session.encoder()->finish(recording.frames), progress, session.stopSource().get_token());
-    for (const auto& path : finisher.discarded()) removeInSteps(path);
+    for (const auto& path : finisher.discarded()) removeInSteps(files_, *syncQueue_, path);
     return outcome;
-}
-
-void StereoAudioWriter::removeInSteps(const std::filesystem::path& path) {
-    syncQueue_->post([this, path] {
-        try {
-            const auto file = files_.open(path, base::FileAccess::update);
-            if (const auto size = file->size(); size > kRemovalStep) {
-                file->truncate(size - kRemovalStep);
-                removeInSteps(path);
-                return;
-            }
-        } catch (const base::FileError& error) {
-            base::log("A finished temporary file stays: " + error.description());
-        }
-        files_.removeIfPossible(path);
-    });
 }
 
 }  // namespace tessivox::audio

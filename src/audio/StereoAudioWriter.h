@@ -81,7 +81,6 @@ private:
     base::Task<std::int64_t> closeSession();
     RecordingStopOutcome finish(RecordingSession& session);
     static RecordingStopOutcome discard(RecordingSession& session);
-    void removeInSteps(const std::filesystem::path& path);
 };
 
 }  // namespace tessivox::audio

@@ -209,6 +209,21 @@ TEST_F(StereoAudioWriterTest, ALongOutageIsWrittenAsSilenceChunkByChunk) {
     EXPECT_EQ(disk.status(output)->size, 4 + (3 * 60 * kRate + 1024) * 8);
 }
 
+TEST_F(StereoAudioWriterTest, ABigTemporaryFileIsRemovedEvenIfTheProgramEndsAtOnce) {
+    auto brief = std::make_unique<StereoAudioWriter>(time, disk, converters, encoders, incomplete);
+    time.stall("com.tessivox.stereo.sync", true);
+    brief->start(output, 48000, false, 128000);
+    const std::vector<float> samples(1024, 0.5F);
+    for (const auto at : {0s, 180s}) {
+        brief->appendMicrophone({{48000, 1}, samples}, zero + at);
+        time.settle();
+    }
+    ASSERT_TRUE(std::holds_alternative<Saved>(testing::await(time, brief->stop())));
+    ASSERT_EQ(leftovers().size(), 1U);
+    brief.reset();
+    EXPECT_TRUE(leftovers().empty());
+}
+
 TEST_F(StereoAudioWriterTest, AnEncoderThatFailedOnTheWayIsMadeUpForAtTheStop) {
     encoders.refusedChannels = 2;
     start();
