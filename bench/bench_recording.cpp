@@ -26,6 +26,7 @@
 #include "SpeechTape.h"
 #include "TrialRecording.h"
 #include "audio/AudioLevelMonitor.h"
+#include "audio/AudioRing.h"
 #include "audio/MicrophoneCapture.h"
 #include "audio/SystemAudioCapture.h"
 #include "base/Text.h"
@@ -103,9 +104,16 @@ void measureAppending(Report& report, const SpeechTape& tape, bool isSmoke) {
     CommonQueue queue;
     deliverPaced(tape, rounds, theirs,
                  [&](const audio::AudioBuffer& buffer, bool, std::uint64_t) { queue.push(buffer); });
+    CallMeter copying(100);
+    audio::AudioRing<int> ring(20 * SpeechTape::kRate, 4096);
+    deliverPaced(tape, rounds, copying, [&](const audio::AudioBuffer& buffer, bool, std::uint64_t) {
+        ring.push(0, buffer.samples);
+        ring.pop();
+    });
     report.atMost("append of a buffer, CPU, average", 5, ours.microseconds(), "us");
     report.peer("mutex, condition variable, queue of functions", ours.microseconds(), theirs.microseconds(), "us");
     report.peer("the same: median", ours.medianMicroseconds(), theirs.medianMicroseconds(), "us");
+    report.peer("nothing but the copy, nobody woken", ours.microseconds(), copying.microseconds(), "us");
     report.atMost("append of a buffer, allocations in " + std::to_string(ours.calls()) + " calls", 0,
                   static_cast<double>(ours.allocations()), "");
     report.note("  the peer's allocations: " + std::to_string(theirs.allocations()));
@@ -172,6 +180,22 @@ Cost mixWithProgram(const Path& folder, const SpeechTape& tape, double seconds, 
     return runProgram(command);
 }
 
+/// What encoding alone takes of a core, without pause and with warm caches.
+double encoderShare(const Path& folder, const SpeechTape& tape) {
+    posix::EventLoop loop;
+    posix::PosixFiles files(loop);
+    ffmpeg::AacEncoderFactory factory;
+    const auto encoder = factory.open(files.create(folder / "alone.m4a"), {});
+    constexpr int seconds = 10;
+    const Stopwatch watch;
+    for (int second = 0; second < seconds; ++second) {
+        encoder->write(
+            std::span(tape.systemSamples())
+                .subspan(std::size_t{2} * SpeechTape::kRate * static_cast<std::size_t>(second), 2 * SpeechTape::kRate));
+    }
+    return 100 * watch.elapsed().cpu / seconds;
+}
+
 void measureLive(Report& report, const SpeechTape& tape, double seconds) {
     const TemporaryFolder folder;
     posix::EventLoop loop;
@@ -192,6 +216,7 @@ void measureLive(Report& report, const SpeechTape& tape, double seconds) {
     }
     const double share = 100 * cost.cpu / cost.wall;
     report.atMost("live recording of two sources, of one core", 1.5, share, "%");
+    report.note("  encoding alone, at one go: " + base::fixedNumber(encoderShare(folder.path(), tape), 2) + " %");
     const auto peer = mixWithProgram(folder.path(), tape, seconds, {"-re"},
                                      {"-c:a", "aac", "-aac_coder", "fast", "-b:a", "128k", folder.path() / "peer.m4a"});
     report.peer("ffmpeg -re of both as files, aac, fast coder", share, 100 * peer.cpu / seconds, "%");
@@ -358,8 +383,9 @@ int run(const Arguments& arguments) {
     Report report(arguments.isSmoke());
     const SpeechTape tape;
     measureAppending(report, tape, arguments.isSmoke());
-    measureLive(report, tape, arguments.isSmoke() ? 2 : arguments.number("--live", 20));
-    measureFeeding(report, tape, arguments.isSmoke() ? 60 : 3600, arguments.isSmoke() ? 1 : 3);
+    measureLive(report, tape, arguments.number("--live", arguments.isSmoke() ? 2 : 20));
+    measureFeeding(report, tape, arguments.number("--feed", arguments.isSmoke() ? 60 : 3600),
+                   arguments.isSmoke() ? 1 : 3);
     if (arguments.isSmoke()) {
         measureStops(report, tape, 120, 100, 1, true);
         return report.exitStatus();
