@@ -208,17 +208,6 @@ std::vector<std::pair<std::string, std::string>> SoundServer::linksFrom(const st
     return links;
 }
 
-void SoundServer::moveSinkInputs(pid_t player, const std::string& sink) {
-    std::istringstream lines(run({"pactl", "list", "sink-inputs"}));
-    const std::string head = "Sink Input #";
-    const std::string wanted = "application.process.id = \"" + std::to_string(player) + "\"";
-    std::string index;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with(head)) index = line.substr(head.size());
-        if (line.find(wanted) != std::string::npos) run({"pactl", "move-sink-input", index, sink});
-    }
-}
-
 ChildProcess SoundServer::play(const std::string& sink, const std::vector<std::string>& signal) {
     std::vector<std::string> command{TESSIVOX_SOUND_PLAYER, sink};
     command.insert(command.end(), signal.begin(), signal.end());

@@ -71,8 +71,6 @@ public:
     /// Adds the sink "room" and the microphone "roommic", which hears it at the very moment it is played, so that the
     /// two can be compared by the clock. Returns the microphone's module.
     unsigned addRoom();
-    /// Moves each stream that this process id plays.
-    void moveSinkInputs(pid_t player, const std::string& sink);
 
     /// On PipeWire: the links from a source's ports, each as the names of its two ports.
     std::vector<std::pair<std::string, std::string>> linksFrom(const std::string& source);
