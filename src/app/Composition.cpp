@@ -19,6 +19,7 @@
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/MediaError.h"
 #include "platform/linux/ffmpeg/SwrConverter.h"
+#include "platform/linux/posix/Memory.h"
 #include "platform/linux/posix/PosixLocalTime.h"
 #include "platform/linux/posix/XdgFolders.h"
 #include "platform/linux/pulse/PulseAudioDevices.h"
@@ -42,7 +43,9 @@ Composition::Composition()
       files_(loop_),
       folders_(posix::standardFolders(posix::processEnvironment())),
       terminal_(std::in_place, loop_),
-      console_(*terminal_) {}
+      console_(*terminal_) {
+    posix::keepBigBlocksApart();
+}
 
 void Composition::onSignal(int signal) {
     if (signal == SIGTSTP) {
