@@ -32,6 +32,7 @@
 #include "base/Text.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/MediaError.h"
+#include "platform/linux/posix/Memory.h"
 
 namespace tessivox::bench {
 namespace {
@@ -380,6 +381,7 @@ void measureStops(Report& report, const SpeechTape& tape, double seconds, double
 
 int run(const Arguments& arguments) {
     ffmpeg::redirectLog();
+    posix::keepBigBlocksApart();  // as the program does
     Report report(arguments.isSmoke());
     const SpeechTape tape;
     measureAppending(report, tape, arguments.isSmoke());
@@ -387,7 +389,7 @@ int run(const Arguments& arguments) {
     measureFeeding(report, tape, arguments.number("--feed", arguments.isSmoke() ? 60 : 3600),
                    arguments.isSmoke() ? 1 : 3);
     if (arguments.isSmoke()) {
-        measureStops(report, tape, 120, 100, 1, true);
+        measureStops(report, tape, 60 * arguments.number("--minutes", 2), 100, 1, true);
         return report.exitStatus();
     }
     measureStops(report, tape, 3600, 100, static_cast<int>(arguments.number("--stops", 5)), true);
