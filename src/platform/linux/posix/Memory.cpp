@@ -5,8 +5,11 @@
 namespace tessivox::posix {
 
 void keepBigBlocksApart() {
-    constexpr int big = 128 * 1024;
+    // Above a second of sound, which comes and goes all the time and would else be mapped anew each time.
+    constexpr int big = 1 << 20;
     ::mallopt(M_MMAP_THRESHOLD, big);
+    // Setting one switches off the adapting of both.
+    ::mallopt(M_TRIM_THRESHOLD, 4 * big);
 }
 
 }  // namespace tessivox::posix
