@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include <cstdio>
+#include <exception>
 
 namespace tessivox::bench {
 
@@ -35,6 +36,15 @@ void Report::peer(const std::string& name, double ours, double theirs, const std
 void Report::note(const std::string& sentence) const {
     std::printf("  %s\n", sentence.c_str());
     std::fflush(stdout);
+}
+
+int runOrExplain(const char* name, const std::function<int()>& benchmark) {
+    try {
+        return benchmark();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", name, error.what());
+        return 1;
+    }
 }
 
 }  // namespace tessivox::bench

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,5 +29,8 @@ private:
     void row(const std::string& what, const char* relation, double limit, double measured, const std::string& unit,
              bool isGood);
 };
+
+/// Runs a benchmark and gives its exit status; what it throws becomes a sentence on standard error and status 1.
+int runOrExplain(const char* name, const std::function<int()>& benchmark);
 
 }  // namespace tessivox::bench

@@ -191,10 +191,5 @@ int run(const Arguments& arguments) {
 }  // namespace tessivox::bench
 
 int main(int count, char** values) {
-    try {
-        return tessivox::bench::run({count, values});
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_alignment: %s\n", error.what());
-        return 1;
-    }
+    return tessivox::bench::runOrExplain("bench_alignment", [&] { return tessivox::bench::run({count, values}); });
 }

@@ -401,10 +401,5 @@ int run(const Arguments& arguments) {
 }  // namespace tessivox::bench
 
 int main(int count, char** values) {
-    try {
-        return tessivox::bench::run({count, values});
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_recording: %s\n", error.what());
-        return 1;
-    }
+    return tessivox::bench::runOrExplain("bench_recording", [&] { return tessivox::bench::run({count, values}); });
 }

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "audio/LiveSource.h"
 #include "base/Text.h"
 
 namespace tessivox::app {
@@ -14,10 +15,6 @@ using nlohmann::ordered_json;
 ordered_json textOrNull(const std::string& text) { return text.empty() ? ordered_json() : ordered_json(text); }
 
 }  // namespace
-
-std::string noSoundServer() {
-    return localized("No sound server can be reached: start PipeWire or PulseAudio and try again.");
-}
 
 std::string devicesText(const audio::AudioDeviceSnapshot& snapshot) {
     std::string text = localized(snapshot.inputs.empty() ? "No microphone is connected.\n" : "Microphones:\n");
@@ -50,7 +47,7 @@ std::string devicesJSON(const audio::AudioDeviceSnapshot& snapshot) {
 base::Task<ExitCode> listDevices(DevicesOptions options, audio::AudioDevices& devices, Console& console) {
     const auto snapshot = co_await devices.snapshot();
     if (!snapshot.serverReachable) {
-        console.message(noSoundServer());
+        console.message(audio::noSoundServer().description());
         co_return ExitCode::failed;
     }
     console.result(options.asJSON ? devicesJSON(snapshot) : devicesText(snapshot));

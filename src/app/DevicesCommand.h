@@ -18,7 +18,4 @@ std::string devicesText(const audio::AudioDeviceSnapshot& snapshot);
 /// The object that `--help` describes, indented, with a newline at the end.
 std::string devicesJSON(const audio::AudioDeviceSnapshot& snapshot);
 
-/// The sentence for a sound server that cannot be reached.
-std::string noSoundServer();
-
 }  // namespace tessivox::app

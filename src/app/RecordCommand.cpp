@@ -4,7 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include "app/DevicesCommand.h"
+#include "audio/LiveSource.h"
 #include "audio/RecordingFiles.h"
 #include "base/Text.h"
 
@@ -102,7 +102,7 @@ base::Task<std::optional<Refusal>> RecordCommand::prepare() {
     if (refusal) co_return refusal;
 
     const auto snapshot = co_await parts_.devices.snapshot();
-    if (!snapshot.serverReachable) co_return Refusal{noSoundServer(), ExitCode::failed};
+    if (!snapshot.serverReachable) co_return Refusal{audio::noSoundServer().description(), ExitCode::failed};
     if (options_.microphone && options_.microphone->kind == MicrophoneChoice::Kind::named) {
         const auto found = findMicrophone(snapshot, options_.microphone->name);
         if (const auto* unknown = std::get_if<Refusal>(&found)) co_return *unknown;

@@ -118,7 +118,7 @@ base::Task<std::exception_ptr> LiveSource::reopen(std::string device) {
 
 base::Error noSoundServer() {
     return {"sound server", 1,
-            base::localized("No sound server can be reached. Start PipeWire or PulseAudio, then try again.")};
+            base::localized("No sound server can be reached: start PipeWire or PulseAudio and try again.")};
 }
 
 }  // namespace tessivox::audio
