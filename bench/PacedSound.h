@@ -14,9 +14,13 @@ namespace tessivox::bench {
 /// timed as the adapter for real servers does it.
 class PacedSound final : public audio::AudioDevices, public audio::CaptureBackend {
 public:
-    /// The calls of a capture thread count after the first `warmUp` ones.
-    PacedSound(base::Scheduler& scheduler, const SpeechTape& tape, std::uint64_t warmUp)
-        : scheduler_(scheduler), tape_(tape), microphoneCalls_(warmUp), systemCalls_(warmUp) {}
+    /// The calls of a capture thread are measured, if at all, after the first `warmUp` ones.
+    PacedSound(base::Scheduler& scheduler, const SpeechTape& tape, bool measuresCalls, std::uint64_t warmUp)
+        : scheduler_(scheduler),
+          tape_(tape),
+          measuresCalls_(measuresCalls),
+          microphoneCalls_(warmUp),
+          systemCalls_(warmUp) {}
 
     /// What the deliveries of each source cost. Once its stream is closed.
     const CallMeter& microphoneCalls() const { return microphoneCalls_; }
@@ -33,6 +37,7 @@ private:
     class Stream;
     base::Scheduler& scheduler_;
     const SpeechTape& tape_;
+    bool measuresCalls_;
     CallMeter microphoneCalls_;
     CallMeter systemCalls_;
 };

@@ -197,14 +197,15 @@ double encoderShare(const Path& folder, const SpeechTape& tape) {
     return 100 * watch.elapsed().cpu / seconds;
 }
 
-void measureLive(Report& report, const SpeechTape& tape, double seconds) {
-    const TemporaryFolder folder;
+/// A live recording of some seconds; returns what the process spent on it, after its first two.
+Cost recordLive(const Path& folder, const SpeechTape& tape, double seconds, bool measuresCalls,
+                const std::function<void(const PacedSound&)>& then) {
     posix::EventLoop loop;
     ffmpeg::AacEncoderFactory encoders;
-    PacedSound sound(loop, tape, 100);
+    PacedSound sound(loop, tape, measuresCalls, 100);
     Cost cost;
     {
-        TrialRecording recording(loop, folder.path(), &encoders);
+        TrialRecording recording(loop, folder, &encoders);
         LiveSources sources(loop, sound, recording.writer());
         finish(loop, sources.start());
         turnFor(loop, 2);
@@ -215,19 +216,30 @@ void measureLive(Report& report, const SpeechTape& tape, double seconds) {
         sources.system.stop();
         recording.stop();
     }
+    then(sound);
+    return cost;
+}
+
+void reportCalls(Report& report, const std::string& source, const CallMeter& calls) {
+    report.atMost("live capture callback, " + source + ", CPU, average", 5, calls.microseconds(), "us");
+    report.note("  median " + base::fixedNumber(calls.medianMicroseconds(), 2) + " us");
+    report.atMost("live capture callback, " + source + ", allocations", 0, static_cast<double>(calls.allocations()),
+                  "");
+}
+
+void measureLive(Report& report, const SpeechTape& tape, double seconds) {
+    const TemporaryFolder folder;
+    const auto cost = recordLive(folder.path() / "plain", tape, seconds, false, [](const PacedSound&) {});
     const double share = 100 * cost.cpu / cost.wall;
     report.atMost("live recording of two sources, of one core", 1.5, share, "%");
     report.note("  encoding alone, at one go: " + base::fixedNumber(encoderShare(folder.path(), tape), 2) + " %");
     const auto peer = mixWithProgram(folder.path(), tape, seconds, {"-re"},
                                      {"-c:a", "aac", "-aac_coder", "fast", "-b:a", "128k", folder.path() / "peer.m4a"});
     report.peer("ffmpeg -re of both as files, aac, fast coder", share, 100 * peer.cpu / seconds, "%");
-    for (const auto* calls : {&sound.microphoneCalls(), &sound.systemCalls()}) {
-        const std::string name = calls == &sound.systemCalls() ? "system audio" : "microphone";
-        report.atMost("live capture callback, " + name + ", CPU, average", 5, calls->microseconds(), "us");
-        report.note("  median " + base::fixedNumber(calls->medianMicroseconds(), 2) + " us");
-        report.atMost("live capture callback, " + name + ", allocations", 0, static_cast<double>(calls->allocations()),
-                      "");
-    }
+    recordLive(folder.path() / "metered", tape, seconds, true, [&](const PacedSound& sound) {
+        reportCalls(report, "microphone", sound.microphoneCalls());
+        reportCalls(report, "system audio", sound.systemCalls());
+    });
 }
 
 /// The least that work could be: the two sources folded and laid side by side in one thread, unplaced.

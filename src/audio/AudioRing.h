@@ -20,12 +20,13 @@ public:
     /// Whether a record of so many samples could be pushed now. Producer.
     bool hasRoom(std::size_t count) const noexcept {
         const auto used = written_.load(std::memory_order_relaxed) - taken_.load(std::memory_order_acquire);
-        return used < records_.size() &&
-               startFor(count) + count - freed_.load(std::memory_order_acquire) <= samples_.size();
+        const auto free = std::max(freed_.load(std::memory_order_acquire), begin_);
+        return used < records_.size() && startFor(count) + count - free <= samples_.size();
     }
 
     /// Copies a record in; false if there is no room. Producer.
     bool push(const Header& header, std::span<const float> samples) noexcept {
+        rewindIfEmpty();
         if (!hasRoom(samples.size())) return false;
         const auto start = startFor(samples.size());
         const auto target = samples_.begin() + static_cast<std::ptrdiff_t>(start % samples_.size());
@@ -60,10 +61,18 @@ public:
 private:
     std::vector<float> samples_;
     std::vector<Record> records_;
+    std::size_t begin_ = 0;  ///< where the records after the latest rewinding begin; producer
     std::size_t writeEnd_ = 0;
     std::atomic<std::size_t> written_ = 0;
     std::atomic<std::size_t> taken_ = 0;
     std::atomic<std::size_t> freed_ = 0;
+
+    /// A ring whose consumer keeps up uses the same few pages again and again, which stay in the processor's cache.
+    void rewindIfEmpty() noexcept {
+        if (taken_.load(std::memory_order_acquire) != written_.load(std::memory_order_relaxed)) return;
+        if (const auto offset = writeEnd_ % samples_.size(); offset > 0) writeEnd_ += samples_.size() - offset;
+        begin_ = writeEnd_;
+    }
 
     /// Position of the next record's first sample: a record that would cross the ring's end begins at its start.
     std::size_t startFor(std::size_t count) const noexcept {

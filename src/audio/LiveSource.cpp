@@ -7,11 +7,7 @@
 namespace tessivox::audio {
 
 LiveSource::LiveSource(base::Scheduler& scheduler, AudioDevices& devices, Handlers handlers)
-    : scheduler_(scheduler),
-      devices_(devices),
-      handlers_(std::move(handlers)),
-      levelWake_(scheduler.source([this] { deliverLevels(); })),
-      tasks_(scheduler) {}
+    : scheduler_(scheduler), devices_(devices), handlers_(std::move(handlers)), tasks_(scheduler) {}
 
 LiveSource::~LiveSource() { stop(); }
 
@@ -21,6 +17,7 @@ base::Task<void> LiveSource::start(std::string device) {
     stream_ = co_await opening;
     device_ = device;
     isCapturing_ = true;
+    levelTick_ = scheduler_.every(kLevelInterval, [this] { deliverLevels(); });
     change_ = devices_.onChange([this] { reconsiderSoon(kRestartDelay); });
 }
 
@@ -28,6 +25,7 @@ void LiveSource::stop() {
     isCapturing_ = false;
     change_.reset();
     restart_.reset();
+    levelTick_.reset();
     stream_.reset();
     setPaused(false);
 }
@@ -53,15 +51,11 @@ void LiveSource::onAudio(const AudioBuffer& buffer, base::HostTime time) {
     if (time > scheduler_.now() + kLatestFuture || isInPause(time, time + buffer.duration())) return;
     handlers_.deliver(buffer, time);
     levels_.push(AudioLevelMonitor::bufferLevel(buffer), {});
-    untold_ += buffer.duration();
-    if (untold_ < kLevelInterval) return;
-    untold_ = {};
-    levelWake_->signal();
 }
 
 void LiveSource::deliverLevels() {
     while (const auto* level = levels_.front()) {
-        if (isCapturing_) handlers_.measured(level->header);
+        handlers_.measured(level->header);
         levels_.pop();
     }
 }

@@ -50,7 +50,7 @@ private:
     static constexpr base::Duration kRestartDelay = std::chrono::milliseconds(300);
     static constexpr base::Duration kRetryDelay = std::chrono::seconds(5);
     static constexpr base::Duration kLatestFuture = std::chrono::seconds(1);
-    /// Levels are told no more often: waking the main loop costs more than measuring.
+    /// Levels are fetched this often: to be woken for each would cost far more than measuring them.
     static constexpr base::Duration kLevelInterval = std::chrono::milliseconds(100);
     static constexpr std::int64_t kNever = INT64_MAX;
 
@@ -63,8 +63,7 @@ private:
     std::atomic<std::int64_t> pauseBegin_ = kNever;  ///< nanoseconds of host time, of the latest pause
     std::atomic<std::int64_t> pauseEnd_ = kNever;
     AudioRing<float> levels_{1, 256};
-    base::Duration untold_ = kLevelInterval;  ///< measured since the levels were last told; capture thread
-    std::unique_ptr<base::WakeSource> levelWake_;
+    base::Timer levelTick_;
     std::unique_ptr<CaptureStream> stream_;
     base::Timer restart_;
     base::HostTime restartDue_{};

@@ -9,9 +9,12 @@ namespace {
 /// A big file that is removed at once keeps the disk busy for seconds; in steps others get their turn.
 constexpr std::uint64_t kRemovalStep = 64 << 20;
 
-/// Waking a thread is by far the dearest part of taking a buffer, and captures deliver several at a time. So a source
-/// does it once for so much of its time; a gap counts as time.
-constexpr base::Duration kWakeInterval = std::chrono::milliseconds(100);
+/// Waking a thread is by far the dearest part of taking a buffer, so captures leave that to the main loop, which looks
+/// for new sound this often.
+constexpr base::Duration kGatherInterval = std::chrono::milliseconds(100);
+
+/// Should the main loop be held up, a source itself wakes the audio path after so much of its time; a gap counts.
+constexpr base::Duration kWakeInterval = std::chrono::seconds(1);
 
 /// Each step is work of its own on the queue, which may be on its way out.
 void removeInSteps(base::Files& files, base::TaskQueue& queue, const std::filesystem::path& path) {
@@ -83,6 +86,7 @@ void StereoAudioWriter::start(const std::filesystem::path& outputURL, double sam
         writing_ = session;
         writeConverted();
     });
+    gathering_ = runtime_.scheduler().every(kGatherInterval, [this] { enqueueWake_->signal(); });
     requestSync(session);
     base::log(startLine(outputURL, sampleRate, audioBitrate, saveSeparateTracks));
 }
@@ -163,6 +167,7 @@ base::Task<void> StereoAudioWriter::abandon() {
 
 base::Task<std::int64_t> StereoAudioWriter::closeSession() {
     // What did not fit behind a slow disk the first time is converted once that has caught up.
+    gathering_.reset();
     const auto convertRest = [this] {
         converting_->convert();
         return converting_->isWaiting();

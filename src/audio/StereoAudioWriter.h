@@ -10,6 +10,7 @@
 #include "audio/RecordingSession.h"
 #include "base/Observable.h"
 #include "base/TaskQueue.h"
+#include "base/Timer.h"
 
 namespace tessivox::audio {
 
@@ -63,6 +64,7 @@ private:
     std::shared_ptr<RecordingSession> writing_;     ///< write queue
     std::atomic<bool> isSyncing_ = false;
     std::array<base::HostTime, 2> wakeDue_{};  ///< from when on a source's sound wakes; its capture thread
+    base::Timer gathering_;
     std::shared_ptr<StereoAudioWriter*> self_ = std::make_shared<StereoAudioWriter*>(this);  ///< for posted reports
 
     // Destroyed first, in reverse: each queue finishes its work before what it works on goes.

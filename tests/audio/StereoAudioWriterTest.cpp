@@ -148,6 +148,7 @@ TEST_F(StereoAudioWriterTest, ASourceThatChangesItsFormatGetsOneNewConverterAndS
     feed(Source::system, 0s, 4800, 0.5F, {48000, 2});
     EXPECT_EQ(converters.made, 0);
     for (int index = 1; index <= 3; ++index) feed(Source::system, index * 100ms, 4410, 0.25F, {44100, 1});
+    time.advance(100ms);
     EXPECT_EQ(converters.made, 1);
     writer.pause();
     writer.resume();
