@@ -1,0 +1,26 @@
+#include "base/Uuid.h"
+
+#include <string_view>
+
+namespace tessivox::base {
+
+std::string uuidText(std::array<std::byte, 16> bytes) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    bytes[6] = (bytes[6] & std::byte{0x0F}) | std::byte{0x40};
+    bytes[8] = (bytes[8] & std::byte{0x3F}) | std::byte{0x80};
+    std::string text;
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        if (index == 4 || index == 6 || index == 8 || index == 10) text += '-';
+        text += kDigits[std::to_integer<std::size_t>(bytes[index] >> 4)];
+        text += kDigits[std::to_integer<std::size_t>(bytes[index] & std::byte{0x0F})];
+    }
+    return text;
+}
+
+std::string makeUuid(const RandomBytes& random) {
+    std::array<std::byte, 16> bytes{};
+    random(bytes);
+    return uuidText(bytes);
+}
+
+}  // namespace tessivox::base

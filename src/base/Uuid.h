@@ -1,0 +1,21 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <string>
+
+namespace tessivox::base {
+
+/// Fills the span with random bytes that nobody can foretell.
+using RandomBytes = std::function<void(std::span<std::byte> bytes)>;
+
+/// The bytes as a version 4 UUID (RFC 9562, section 5.4: the bits of version and variant are overwritten), in the text
+/// form 8-4-4-4-12 with upper-case digits, 36 characters.
+std::string uuidText(std::array<std::byte, 16> bytes);
+
+/// A new random UUID.
+std::string makeUuid(const RandomBytes& random);
+
+}  // namespace tessivox::base
