@@ -10,6 +10,7 @@ struct StandardFolders {
     std::filesystem::path applicationSupport;  ///< XDG data home, the parent of "Tessivox"
     std::filesystem::path configuration;       ///< XDG config home, the parent of "Tessivox"
     std::filesystem::path temporary;           ///< TMPDIR or /tmp
+    std::filesystem::path state{};             ///< XDG state home, the parent of "Tessivox"
 };
 
 }  // namespace tessivox::base

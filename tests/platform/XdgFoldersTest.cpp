@@ -38,15 +38,19 @@ struct XdgFoldersTest : ::testing::Test {
 
 TEST_F(XdgFoldersTest, FallsBackToTheDefaultsAndIgnoresRelativeValues) {
     for (const bool isSet : {false, true}) {
-        if (isSet) variables.insert({{"XDG_CONFIG_HOME", "cfg"}, {"XDG_DATA_HOME", ""}, {"TMPDIR", "./tmp"}});
+        if (isSet)
+            variables.insert(
+                {{"XDG_CONFIG_HOME", "cfg"}, {"XDG_DATA_HOME", ""}, {"XDG_STATE_HOME", "st"}, {"TMPDIR", "./tmp"}});
         EXPECT_EQ(folders().configuration, home / ".config");
         EXPECT_EQ(folders().applicationSupport, home / ".local/share");
+        EXPECT_EQ(folders().state, home / ".local/state");
         EXPECT_EQ(folders().documents, home / "Documents");
         EXPECT_EQ(folders().temporary, "/tmp");
     }
-    variables = {{"XDG_CONFIG_HOME", "/c"}, {"XDG_DATA_HOME", "/d"}, {"TMPDIR", "/t"}};
+    variables = {{"XDG_CONFIG_HOME", "/c"}, {"XDG_DATA_HOME", "/d"}, {"XDG_STATE_HOME", "/s"}, {"TMPDIR", "/t"}};
     EXPECT_EQ(folders().configuration, "/c");
     EXPECT_EQ(folders().applicationSupport, "/d");
+    EXPECT_EQ(folders().state, "/s");
     EXPECT_EQ(folders().temporary, "/t");
     EXPECT_EQ(folders().documents, std::filesystem::path(::getpwuid(::getuid())->pw_dir) / "Documents");
 }

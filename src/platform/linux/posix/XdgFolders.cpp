@@ -81,6 +81,7 @@ base::StandardFolders standardFolders(const Environment& environment) {
     folders.configuration = absolutePath(environment, "XDG_CONFIG_HOME").value_or(home / ".config");
     folders.applicationSupport = absolutePath(environment, "XDG_DATA_HOME").value_or(home / ".local/share");
     folders.temporary = absolutePath(environment, "TMPDIR").value_or("/tmp");
+    folders.state = absolutePath(environment, "XDG_STATE_HOME").value_or(home / ".local/state");
     folders.documents = documentsFolder(folders.configuration, home);
     return folders;
 }
