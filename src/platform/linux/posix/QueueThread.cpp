@@ -7,6 +7,7 @@
 #include <cassert>
 #include <utility>
 
+#include "platform/linux/posix/AlternateStack.h"
 #include "platform/linux/posix/Mailbox.h"
 
 namespace tessivox::posix {
@@ -61,6 +62,7 @@ std::unique_ptr<base::WakeSource> QueueThread::source(std::function<void()> drai
 }
 
 void QueueThread::serve(const std::string& label, base::QueuePriority priority) {
+    const AlternateStack crashStack;
     nameThisThread(label);
     applyPriority(priority);
     // The end is looked for after a turn, which is what takes back a wake-up.
