@@ -1,8 +1,6 @@
 #include "platform/linux/posix/CrashHandler.h"
 
-#include <execinfo.h>
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +10,8 @@
 #include <cerrno>
 #include <csignal>
 #include <string_view>
+
+#include "platform/linux/posix/InterruptedStack.h"
 
 namespace tessivox::posix {
 namespace {
@@ -24,7 +24,6 @@ constexpr std::array kFatalSignals{FatalSignal{SIGSEGV, "SIGSEGV"}, FatalSignal{
                                    FatalSignal{SIGBUS, "SIGBUS"},   FatalSignal{SIGFPE, "SIGFPE"},
                                    FatalSignal{SIGILL, "SIGILL"},   FatalSignal{SIGSYS, "SIGSYS"},
                                    FatalSignal{SIGTRAP, "SIGTRAP"}};
-constexpr int kMostFrames = 64;
 
 // A handler reaches nothing but globals.
 const ReportSource* reportSource = nullptr;
@@ -36,28 +35,6 @@ std::size_t indexOf(int signal) noexcept {
     return static_cast<std::size_t>(found - kFatalSignals.begin());
 }
 
-const void* instructionIn(void* context) noexcept {
-    const auto& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
-#if defined(__x86_64__)
-    return reinterpret_cast<const void*>(machine.gregs[REG_RIP]);
-#elif defined(__aarch64__)
-    return reinterpret_cast<const void*>(machine.pc);
-#else
-    static_cast<void>(machine);
-    return nullptr;
-#endif
-}
-
-/// Leaves out the handler's own frames where the unwinder came through to the instruction that was interrupted.
-void writeStack(CrashReportFile& report, const void* instruction) noexcept {
-    std::array<void*, kMostFrames> addresses;
-    const auto count = ::backtrace(addresses.data(), kMostFrames);
-    const auto begin = addresses.begin();
-    const auto end = begin + std::max(count, 0);
-    const auto interrupted = std::find(begin, end, instruction);
-    report.writeFrames({interrupted == end ? begin : interrupted, end});
-}
-
 void writeReport(int signal, const siginfo_t& info, void* context) noexcept {
     Incident incident;
     incident.type = kFatalSignals[indexOf(signal)].name;
@@ -65,11 +42,13 @@ void writeReport(int signal, const siginfo_t& info, void* context) noexcept {
     incident.code = info.si_code;
     // The others fill the place of the address with the sender.
     if (info.si_code > 0) incident.address = info.si_addr;
-    incident.instruction = instructionIn(context);
+    incident.instruction = InterruptedStack::instruction(context);
     incident.thread = ::gettid();
     incident.threadName = nameOfThisThread();
     CrashReportFile report(*reportSource, incident);
-    writeStack(report, incident.instruction);
+    InterruptedStack stack;
+    stack.take(context);
+    report.writeFrames(stack.addresses());
 }
 
 /// The signal waits until the handler has returned and then finds the stack as it was.
@@ -92,17 +71,11 @@ void onFatalSignal(int signal, siginfo_t* info, void* context) {
     errno = error;
 }
 
-/// The first call loads the unwinder, which allocates.
-void warmUpUnwinder() {
-    std::array<void*, 4> addresses;
-    ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
-}
-
 }  // namespace
 
 CrashHandler::CrashHandler(const ReportSource& source) {
     assert(!reportSource && "one crash handler a process");
-    warmUpUnwinder();
+    InterruptedStack::warmUp();
     reportSource = &source;
     struct sigaction action {};
     action.sa_sigaction = onFatalSignal;
