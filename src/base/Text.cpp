@@ -21,6 +21,40 @@ constexpr std::array kCatalogue{
           "The computer's sound cannot be recorded: the sound server has no output device with a monitor"},
 };
 
+constexpr std::array<std::string_view, 25> kWhiteSpace{
+    " ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00a0", "\u1680",
+    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+    "\u2009", "\u200a", "\u2028", "\u2029", "\u202f", "\u205f", "\u3000"};
+
+/// Length of the white space character that the text begins with, in bytes; 0 if there is none.
+std::size_t spaceAtStart(std::string_view text) {
+    const auto isThere = [text](std::string_view space) { return text.starts_with(space); };
+    const auto found = std::ranges::find_if(kWhiteSpace, isThere);
+    return found == kWhiteSpace.end() ? 0 : found->size();
+}
+
+std::size_t spaceAtEnd(std::string_view text) {
+    const auto isThere = [text](std::string_view space) { return text.ends_with(space); };
+    const auto found = std::ranges::find_if(kWhiteSpace, isThere);
+    return found == kWhiteSpace.end() ? 0 : found->size();
+}
+
+bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+
+/// Length of the UTF-8 sequence at the start of the text; 0 if there is none.
+std::size_t sequenceLength(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first < 0x80) return 1;
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
+    if (!std::ranges::all_of(text.substr(1, length - 1), isContinuation)) return 0;
+    // Overlong forms, surrogates, and what lies beyond U+10FFFF show in the second byte.
+    const auto second = static_cast<unsigned char>(text[1]);
+    if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F)) return 0;
+    if ((first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F)) return 0;
+    return length;
+}
+
 }  // namespace
 
 std::string localized(std::string_view english) {
@@ -55,6 +89,36 @@ std::string fixedNumber(double number, int decimals) {
     const auto [end, error] =
         std::to_chars(digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed, decimals);
     return error == std::errc() ? std::string(digits.data(), end) : std::string("?");
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (const auto length = spaceAtStart(text)) text.remove_prefix(length);
+    while (const auto length = spaceAtEnd(text)) text.remove_suffix(length);
+    return text;
+}
+
+bool isUTF8(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto length = sequenceLength(bytes);
+        if (length == 0) return false;
+        bytes.remove_prefix(length);
+    }
+    return true;
+}
+
+std::string percentEncoded(std::string_view bytes) {
+    constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string text;
+    for (const char byte : bytes) {
+        if (kPlain.find(byte) != std::string_view::npos) {
+            text += byte;
+        } else {
+            const auto value = static_cast<unsigned char>(byte);
+            text += {'%', kDigits[value >> 4U], kDigits[value & 15U]};
+        }
+    }
+    return text;
 }
 
 }  // namespace tessivox::base

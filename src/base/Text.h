@@ -18,4 +18,14 @@ std::string paddedNumber(long long number, int width);
 /// A number with a fixed count of decimals, with a point whatever the locale.
 std::string fixedNumber(double number, int decimals);
 
+/// Without the white space and line breaks (Unicode's White_Space) at both ends. UTF-8.
+std::string_view trimmed(std::string_view text);
+
+/// Whether the bytes are UTF-8 (RFC 3629).
+bool isUTF8(std::string_view bytes);
+
+/// Every byte as %XX except letters, digits, "-", ".", "_", "~" (RFC 3986, 2.3) and "/", so that any file's path
+/// becomes plain text.
+std::string percentEncoded(std::string_view bytes);
+
 }  // namespace tessivox::base
