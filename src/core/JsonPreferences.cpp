@@ -1,7 +1,6 @@
 #include "core/JsonPreferences.h"
 
 #include <cerrno>
-#include <span>
 #include <utility>
 
 #include "base/Log.h"
@@ -13,14 +12,11 @@ namespace {
 using base::filled;
 using base::localized;
 
-/// More damaged files than this in one folder mean that something else is wrong.
-constexpr int kMaxKeptAside = 1000;
-
 }  // namespace
 
 JsonPreferences::JsonPreferences(base::Files& files, base::Scheduler& scheduler, std::filesystem::path file,
                                  Report report)
-    : files_(files), scheduler_(scheduler), file_(std::move(file)), report_(std::move(report)) {
+    : files_(files), scheduler_(scheduler), document_(files, std::move(file)), report_(std::move(report)) {
     watch();
     refresh();
 }
@@ -35,10 +31,6 @@ void JsonPreferences::set(std::string_view key, std::optional<base::PreferenceVa
 
 base::Subscription JsonPreferences::onChange(std::function<void()> handler) {
     return changed_.observe(std::move(handler));
-}
-
-std::filesystem::path JsonPreferences::sibling(std::string_view prefix, std::string_view suffix) const {
-    return file_.parent_path() / (std::string(prefix) + file_.filename().string() + std::string(suffix));
 }
 
 void JsonPreferences::watch() {
@@ -88,7 +80,7 @@ void JsonPreferences::take(const Reading& reading) {
 
 void JsonPreferences::lookAgain() {
     try {
-        const auto held = lock();
+        const auto held = document_.lock();
         if (std::holds_alternative<Damaged>(read())) keepAside();
     } catch (const base::FileError& error) {
         hasGivenUp_ = true;
@@ -102,18 +94,9 @@ void JsonPreferences::lookAgain() {
 }
 
 void JsonPreferences::keepAside() {
-    for (int number = 1;; ++number) {
-        const auto kept = sibling("", ".damaged-" + std::to_string(number));
-        try {
-            files_.move(file_, kept);
-        } catch (const base::FileError& error) {
-            if (error.code() != EEXIST || number == kMaxKeptAside) throw;
-            continue;
-        }
-        report_(filled(localized("The settings file was damaged, so the defaults apply; what it held is in \"{0}\"."),
-                       {kept.string()}));
-        return;
-    }
+    const auto kept = document_.keepAside();
+    report_(filled(localized("The settings file was damaged, so the defaults apply; what it held is in \"{0}\"."),
+                   {kept.string()}));
 }
 
 void JsonPreferences::save() {
@@ -122,7 +105,7 @@ void JsonPreferences::save() {
         report_(filled(localized("The settings could not be saved and hold only until Tessivox ends: {0}"), {reason}));
     };
     try {
-        const auto held = lock();
+        const auto held = document_.lock();
         const auto reading = read();
         take(reading);
         if (std::holds_alternative<PreferencesDocument>(reading)) write();
@@ -133,44 +116,16 @@ void JsonPreferences::save() {
     if (!isWatching_) watch();
 }
 
-std::unique_ptr<base::File> JsonPreferences::lock() {
-    files_.makeFolders(file_.parent_path());
-    const auto path = sibling("", ".lock");
-    try {
-        if (!files_.exists(path)) files_.create(path);
-    } catch (const base::FileError& error) {
-        if (error.code() != EEXIST) throw;
-    }
-    auto file = files_.open(path, base::FileAccess::update);
-    file->lock();
-    return file;
-}
-
 void JsonPreferences::write() {
     const auto next = withUnsaved();
     if (next != stored_) {
         const auto text = next.text();
         if (text.size() > PreferencesDocument::kMaxSize)
             throw base::FileError(EFBIG, filled(localized("\"{0}\" would become too large."), {file_.string()}));
-        replaceFile(text);
+        document_.replace(text);
     }
     stored_ = next;
     unsaved_.clear();
-}
-
-void JsonPreferences::replaceFile(const std::string& text) {
-    const auto temporary = sibling(".", ".new");
-    files_.removeIfPossible(temporary);  // left by a crash: whoever is here holds the lock
-    try {
-        const auto file = files_.create(temporary);
-        file->append(std::as_bytes(std::span(text)));
-        file->sync();
-        files_.replace(temporary, file_);
-    } catch (const base::FileError&) {
-        files_.removeIfPossible(temporary);
-        throw;
-    }
-    files_.syncFolder(file_.parent_path());
 }
 
 PreferencesDocument JsonPreferences::withUnsaved() const {

@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "base/Scheduler.h"
+#include "base/SharedDocument.h"
 #include "base/Signal.h"
 #include "base/ports/Files.h"
 #include "base/ports/Preferences.h"
@@ -48,7 +49,8 @@ private:
 
     base::Files& files_;
     base::Scheduler& scheduler_;
-    const std::filesystem::path file_;
+    base::SharedDocument document_;
+    const std::filesystem::path& file_ = document_.path();
     const Report report_;
     PreferencesDocument stored_;  ///< as last read or written
     std::map<std::string, std::optional<base::PreferenceValue>, std::less<>> unsaved_;
@@ -60,7 +62,6 @@ private:
     bool isWatching_ = false;
     bool hasGivenUp_ = false;  ///< a damaged file could not be kept aside
 
-    std::filesystem::path sibling(std::string_view prefix, std::string_view suffix) const;
     Reading read() const;
     void refresh();
     void take(const Reading& reading);
@@ -70,8 +71,6 @@ private:
     void keepAside();
     void show();
     void watch();
-    std::unique_ptr<base::File> lock();
-    void replaceFile(const std::string& text);
     PreferencesDocument withUnsaved() const;
 };
 
