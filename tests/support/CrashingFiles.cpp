@@ -250,6 +250,12 @@ std::optional<base::FileStatus> CrashingFiles::status(const Path& path) const {
     return status;
 }
 
+Path CrashingFiles::canonical(const Path& path) const {
+    const std::lock_guard guard(mutex_);
+    existing(path, "find");
+    return normal(path);
+}
+
 std::vector<Path> CrashingFiles::list(const Path& folder) const {
     const std::lock_guard guard(mutex_);
     const auto node = existing(folder, "list");

@@ -24,6 +24,9 @@ public:
         file.isRegular = true;
         return file;
     }
+    std::optional<base::FileStatus> linkStatus(const Path& path) const override { return status(path); }
+    Path canonical(const Path& path) const override { return path; }
+    std::uint32_t userID() const override { return 0; }
     std::vector<Path> list(const Path&) const override { return {names_.begin(), names_.end()}; }
     void makeFolders(const Path&) override {}
     void move(const Path& from, const Path& to) override { replace(from, to); }

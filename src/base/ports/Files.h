@@ -28,7 +28,8 @@ struct FileStatus {
     std::uint64_t size = 0;  ///< bytes
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
-    unsigned mode = 0;  ///< permission bits
+    std::uint32_t owner = 0;  ///< user id
+    unsigned mode = 0;        ///< permission bits, with the sticky bit 01000
     bool isFolder = false;
     bool isRegular = false;
     WallTime modified;
@@ -73,6 +74,12 @@ public:
     virtual std::unique_ptr<File> open(const Path& path, FileAccess access) = 0;
     /// Absent if nothing is there or it cannot be looked at. Follows symbolic links.
     virtual std::optional<FileStatus> status(const Path& path) const = 0;
+    /// Like status(), but of a symbolic link itself, which is neither folder nor regular.
+    virtual std::optional<FileStatus> linkStatus(const Path& path) const = 0;
+    /// The absolute path without symbolic links of something that is there.
+    virtual Path canonical(const Path& path) const = 0;
+    /// Whose files this process makes.
+    virtual std::uint32_t userID() const = 0;
     /// The names in a folder, without "." and "..", in no particular order.
     virtual std::vector<Path> list(const Path& folder) const = 0;
     /// Makes the folder and its missing parents, mode 0700; their names are on the disk then. One that exists is

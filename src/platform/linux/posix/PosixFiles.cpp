@@ -6,10 +6,12 @@
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include "platform/linux/posix/Descriptor.h"
 #include "platform/linux/posix/FileErrors.h"
@@ -40,6 +42,23 @@ base::WallTime birthOf(const struct statx& info) {
     return std::min(toWallTime(info.stx_mtime), toWallTime(info.stx_ctime));
 }
 
+std::optional<base::FileStatus> statusOf(const Path& path, int flags) {
+    struct statx info {};
+    if (::statx(AT_FDCWD, path.c_str(), flags | AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &info) < 0)
+        return {};
+    base::FileStatus status;
+    status.size = info.stx_size;
+    status.device = ::makedev(info.stx_dev_major, info.stx_dev_minor);
+    status.inode = info.stx_ino;
+    status.owner = info.stx_uid;
+    status.mode = info.stx_mode & 07777U;
+    status.isFolder = S_ISDIR(info.stx_mode);
+    status.isRegular = S_ISREG(info.stx_mode);
+    status.modified = toWallTime(info.stx_mtime);
+    status.birth = birthOf(info);
+    return status;
+}
+
 bool isFolder(const Path& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
@@ -49,6 +68,10 @@ Path parentOf(const Path& path) {
     const auto parent = path.parent_path();
     return parent.empty() ? Path(".") : parent;
 }
+
+struct FreeMemory {
+    void operator()(char* memory) const { std::free(memory); }
+};
 
 struct CloseFolder {
     void operator()(DIR* folder) const { ::closedir(folder); }
@@ -66,20 +89,19 @@ std::unique_ptr<base::File> PosixFiles::open(const Path& path, base::FileAccess 
     return openWith(path, access == base::FileAccess::read ? O_RDONLY : O_RDWR, "open");
 }
 
-std::optional<base::FileStatus> PosixFiles::status(const Path& path) const {
-    struct statx info {};
-    if (::statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &info) < 0) return {};
-    base::FileStatus status;
-    status.size = info.stx_size;
-    status.device = ::makedev(info.stx_dev_major, info.stx_dev_minor);
-    status.inode = info.stx_ino;
-    status.mode = info.stx_mode & 07777U;
-    status.isFolder = S_ISDIR(info.stx_mode);
-    status.isRegular = S_ISREG(info.stx_mode);
-    status.modified = toWallTime(info.stx_mtime);
-    status.birth = birthOf(info);
-    return status;
+std::optional<base::FileStatus> PosixFiles::status(const Path& path) const { return statusOf(path, 0); }
+
+std::optional<base::FileStatus> PosixFiles::linkStatus(const Path& path) const {
+    return statusOf(path, AT_SYMLINK_NOFOLLOW);
 }
+
+std::filesystem::path PosixFiles::canonical(const Path& path) const {
+    const std::unique_ptr<char, FreeMemory> found(::realpath(path.c_str(), nullptr));
+    if (!found) throw fileError(errno, "find", path);
+    return Path(found.get());
+}
+
+std::uint32_t PosixFiles::userID() const { return ::geteuid(); }
 
 std::vector<Path> PosixFiles::list(const Path& folder) const {
     const std::unique_ptr<DIR, CloseFolder> open(::opendir(folder.c_str()));

@@ -22,6 +22,9 @@ public:
     std::unique_ptr<base::File> create(const Path& path) override;
     std::unique_ptr<base::File> open(const Path& path, base::FileAccess access) override;
     std::optional<base::FileStatus> status(const Path& path) const override;
+    std::optional<base::FileStatus> linkStatus(const Path& path) const override;
+    Path canonical(const Path& path) const override;
+    std::uint32_t userID() const override;
     std::vector<Path> list(const Path& folder) const override;
     void makeFolders(const Path& folder) override;
     void move(const Path& from, const Path& to) override;
