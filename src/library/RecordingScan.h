@@ -26,7 +26,7 @@ struct CachedDuration {
 /// By the path's bytes.
 using DurationCache = std::unordered_map<std::string, CachedDuration>;
 
-/// Makes the id of an entry. Any thread.
+/// Makes the id of an entry. It is copied, and called on any thread.
 using MakeID = std::function<std::string()>;
 
 struct ScanResult {
