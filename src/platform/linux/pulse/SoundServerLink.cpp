@@ -8,6 +8,9 @@
 namespace tessivox::pulse {
 namespace {
 
+// A server that restarts is back within tenths of a second; one that is not there is no reason to stay busy.
+constexpr base::Duration kQuickRetry = std::chrono::milliseconds(100);
+constexpr int kQuickRetries = 10;
 constexpr base::Duration kRetryInterval = std::chrono::seconds(1);
 constexpr base::Duration kCoalescing = std::chrono::milliseconds(50);
 constexpr auto kFacilities = static_cast<pa_subscription_mask_t>(
@@ -23,6 +26,7 @@ SoundServerLink::SoundServerLink(base::Scheduler& scheduler, std::string address
 SoundServerLink::~SoundServerLink() = default;
 
 base::Task<void> SoundServerLink::keepConnected() {
+    int retries = 0;
     while (true) {
         const base::Completion<bool> lost;
         try {
@@ -35,7 +39,8 @@ base::Task<void> SoundServerLink::keepConnected() {
         const bool wasConnected = std::exchange(connection_, nullptr) != nullptr;
         settle();
         if (wasConnected) noteChange();
-        co_await scheduler_.sleep(kRetryInterval);
+        retries = wasConnected ? 1 : retries + 1;
+        co_await scheduler_.sleep(retries <= kQuickRetries ? kQuickRetry : kRetryInterval);
     }
 }
 

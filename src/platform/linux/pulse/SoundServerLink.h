@@ -14,8 +14,8 @@
 
 namespace tessivox::pulse {
 
-/// The process's standing link to the sound server: connects, hears of changes, and after a loss tries again each
-/// second. Main thread.
+/// The process's standing link to the sound server: connects, hears of changes, and while there is no server tries
+/// again, ten times in the first second, then each second. Main thread.
 class SoundServerLink {
 public:
     /// Begins to connect. An empty address means the user's server. The scheduler outlives the link.
