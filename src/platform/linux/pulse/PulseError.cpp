@@ -33,6 +33,9 @@ std::string_view sentence(PulseFailure failure) {
                    "again.";
         case PulseFailure::noResources:
             return "There is not enough memory to reach the sound server. Close other programs, and try again.";
+        case PulseFailure::nothingToReset:
+            return "Linux keeps no permission for the computer's sound that could be reset. Choose an output in the "
+                   "sound settings instead.";
     }
     return {};
 }

@@ -18,6 +18,7 @@ enum class PulseFailure {
     deviceRemoved,      ///< the recorded device went away
     captureRefused,     ///< the server would not open the stream as asked
     noResources,        ///< no thread or memory for a connection
+    nothingToReset,     ///< the server keeps no permission for this program
 };
 
 /// The error with its sentence for the user; `detail` is the device's name where the sentence has one.
