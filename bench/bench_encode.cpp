@@ -12,6 +12,7 @@
 
 #include "Measure.h"
 #include "SyntheticSpeech.h"
+#include "audio/AudioEncoder.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/posix/EventLoop.h"
 #include "platform/linux/posix/PosixFiles.h"
@@ -52,7 +53,8 @@ Incremental encodeInChunks(const Path& samples, const Path& target, int bitrate,
     std::vector<float> chunk(kRate * 2);
     std::ifstream in(samples, std::ios::binary);
     const auto memory = static_cast<double>(anonymousMemory());
-    const auto encoder = factory.open(files.create(target), {.bitrate = bitrate});
+    const auto encoder =
+        std::make_unique<audio::AudioEncoder>(factory, files.create(target), audio::AudioEncoding{.bitrate = bitrate});
     while (in.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(chunk.size() * sizeof(float)))) {
         const Stopwatch watch;
         encoder->write(chunk);

@@ -25,6 +25,7 @@
 #include "Report.h"
 #include "SpeechTape.h"
 #include "TrialRecording.h"
+#include "audio/AudioEncoder.h"
 #include "audio/AudioLevelMonitor.h"
 #include "audio/AudioRing.h"
 #include "audio/MicrophoneCapture.h"
@@ -186,7 +187,8 @@ double encoderShare(const Path& folder, const SpeechTape& tape) {
     posix::EventLoop loop;
     posix::PosixFiles files(loop);
     ffmpeg::AacEncoderFactory factory;
-    const auto encoder = factory.open(files.create(folder / "alone.m4a"), {});
+    const auto encoder =
+        std::make_unique<audio::AudioEncoder>(factory, files.create(folder / "alone.m4a"), audio::AudioEncoding{});
     constexpr int seconds = 10;
     const Stopwatch watch;
     for (int second = 0; second < seconds; ++second) {

@@ -52,7 +52,7 @@ void BackgroundEncoder::open() {
     for (const auto track : wanted_) {
         auto& slot = tracks_[static_cast<std::size_t>(track)];
         try {
-            slot = std::make_unique<TrackEncoder>(files_, encoders_, names_, track, settings_);
+            slot = std::make_unique<TrackEncoder>(files_, encoders_, names_, track, settings_.of(track));
         } catch (const base::Error& error) {
             base::log("Encoding beside the recording is not possible: " + error.description());
         }

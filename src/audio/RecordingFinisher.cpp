@@ -32,8 +32,7 @@ Saved RecordingFinisher::save(BackgroundEncoder::FinishedTracks tracks, const En
                               const std::stop_token& stop) {
     const auto ensure = [&](Track track) {
         auto& slot = slotOf(tracks, track);
-        if (!slot)
-            slot = encodeFromTemporary(files_, encoders_, recording_.names, track, recording_.settings, progress, stop);
+        if (!slot) slot = encodeFromTemporary(tools_, recording_.names, track, recording_.settings, progress, stop);
     };
     const bool isWhole = slotOf(tracks, Track::stereo) != nullptr;
     ensure(Track::stereo);

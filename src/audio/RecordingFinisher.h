@@ -5,7 +5,7 @@
 
 #include "audio/BackgroundEncoder.h"
 #include "audio/RecordingStopOutcome.h"
-#include "audio/TrackEncoder.h"
+#include "audio/TemporaryEncoding.h"
 
 namespace tessivox::audio {
 
@@ -23,8 +23,8 @@ struct FinishedRecording {
 /// fails, the raw audio is moved beside the output. Encode queue; long only if it must encode, and then stoppable.
 class RecordingFinisher {
 public:
-    RecordingFinisher(base::Files& files, AudioEncoderFactory& encoders, FinishedRecording recording)
-        : files_(files), encoders_(encoders), recording_(std::move(recording)) {}
+    RecordingFinisher(EncodingTools tools, FinishedRecording recording)
+        : tools_(std::move(tools)), files_(tools_.files), recording_(std::move(recording)) {}
 
     RecordingStopOutcome run(BackgroundEncoder::FinishedTracks tracks, const EncodingProgress& progress,
                              const std::stop_token& stop);
@@ -33,8 +33,8 @@ public:
     const std::vector<std::filesystem::path>& discarded() const { return discarded_; }
 
 private:
+    EncodingTools tools_;
     base::Files& files_;
-    AudioEncoderFactory& encoders_;
     FinishedRecording recording_;
     std::vector<std::filesystem::path> discarded_;
 

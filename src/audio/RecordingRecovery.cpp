@@ -6,7 +6,7 @@
 
 #include "audio/CafFile.h"
 #include "audio/Mpeg4Duration.h"
-#include "audio/TrackEncoder.h"
+#include "audio/TemporaryEncoding.h"
 #include "base/Log.h"
 
 namespace tessivox::audio {
@@ -19,9 +19,9 @@ constexpr double kSameLength = 1024;
 /// The recovery of one temporary recording.
 class Recovery {
 public:
-    Recovery(base::Files& files, AudioEncoderFactory& encoders, RecordingFiles names, const std::stop_token& stop)
-        : files_(files),
-          encoders_(encoders),
+    Recovery(const EncodingTools& tools, RecordingFiles names, const std::stop_token& stop)
+        : tools_(tools),
+          files_(tools.files),
           names_(std::move(names)),
           temporary_(names_.temporary(Track::stereo)),
           stop_(stop) {}
@@ -37,8 +37,8 @@ public:
     }
 
 private:
+    const EncodingTools& tools_;
     base::Files& files_;
-    AudioEncoderFactory& encoders_;
     RecordingFiles names_;
     std::filesystem::path temporary_;
     const std::stop_token& stop_;
@@ -64,7 +64,7 @@ private:
     std::filesystem::path finalize(const AudioFormat& format) {
         const EncodingSettings settings{format.sampleRate, kRecoveredBitrate};
         const auto encoder = encodeFromTemporary(
-            files_, encoders_, names_, Track::stereo, settings, [](double) {}, stop_);
+            tools_, names_, Track::stereo, settings, [](double) {}, stop_);
         const auto target = freeTarget();
         encoder->publish(target);
         files_.syncFolder(names_.outputFolder());
@@ -94,10 +94,11 @@ std::vector<std::string> namesIn(base::Files& files, const std::filesystem::path
 
 }  // namespace
 
-std::vector<std::filesystem::path> recoverIncompleteFiles(base::Files& files, AudioEncoderFactory& encoders,
+std::vector<std::filesystem::path> recoverIncompleteFiles(const EncodingTools& tools,
                                                           const std::filesystem::path& incompleteFolder,
                                                           const std::filesystem::path& recordingsFolder,
                                                           const std::stop_token& stop) {
+    auto& files = tools.files;
     std::vector<std::filesystem::path> recovered;
     for (const auto& name : namesIn(files, incompleteFolder)) {
         if (stop.stop_requested()) break;
@@ -107,7 +108,7 @@ std::vector<std::filesystem::path> recoverIncompleteFiles(base::Files& files, Au
         try {
             files.makeFolders(recordingsFolder);
             const RecordingFiles names(incompleteFolder, recordingsFolder / (*base + ".m4a"));
-            if (auto url = Recovery(files, encoders, names, stop).run()) recovered.push_back(std::move(*url));
+            if (auto url = Recovery(tools, names, stop).run()) recovered.push_back(std::move(*url));
         } catch (const base::Error& error) {
             base::log("[Recovery] Failed to finalize " + name + ": " + error.description());
         }

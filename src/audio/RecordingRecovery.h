@@ -4,8 +4,7 @@
 #include <stop_token>
 #include <vector>
 
-#include "audio/ports/AudioEncoder.h"
-#include "base/ports/Files.h"
+#include "audio/EncodingTools.h"
 
 namespace tessivox::audio {
 
@@ -14,7 +13,7 @@ namespace tessivox::audio {
 /// recording that a running program is making is left alone, one that was saved already merely loses its temporary
 /// files, and one that cannot be finished stays for the next time. Returns the files made, in order of their names.
 /// Never throws; long, so call it on a queue. Stopping it leaves the rest for the next time.
-std::vector<std::filesystem::path> recoverIncompleteFiles(base::Files& files, AudioEncoderFactory& encoders,
+std::vector<std::filesystem::path> recoverIncompleteFiles(const EncodingTools& tools,
                                                           const std::filesystem::path& incompleteFolder,
                                                           const std::filesystem::path& recordingsFolder,
                                                           const std::stop_token& stop);

@@ -196,7 +196,9 @@ RecordingStopOutcome StereoAudioWriter::finish(RecordingSession& session) {
         });
     };
     const auto recording = session.finished();
-    RecordingFinisher finisher(files_, encoders_, recording);
+    // The sync queue has nothing to sync now, and outlives this one.
+    const EncodingTools tools{files_, encoders_, {syncQueue_.get()}};
+    RecordingFinisher finisher(tools, recording);
     auto outcome =
         finisher.run(session.encoder()->finish(recording.frames), progress, session.stopSource().get_token());
     for (const auto& path : finisher.discarded()) removeInSteps(files_, *syncQueue_, path);

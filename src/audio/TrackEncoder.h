@@ -1,13 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
-#include <stop_token>
 
+#include "audio/AudioEncoder.h"
 #include "audio/RecordingFiles.h"
-#include "audio/ports/AudioEncoder.h"
 
 namespace tessivox::audio {
 
@@ -24,13 +22,15 @@ struct EncodingSettings {
 class TrackEncoder {
 public:
     TrackEncoder(base::Files& files, AudioEncoderFactory& encoders, const RecordingFiles& names, Track track,
-                 const EncodingSettings& settings);
+                 const AudioEncoding& encoding);
     TrackEncoder(const TrackEncoder&) = delete;
     TrackEncoder& operator=(const TrackEncoder&) = delete;
     ~TrackEncoder();
 
     /// Takes the track's own samples: stereo ones interleaved.
     void write(std::span<const float> samples) { encoder_->write(samples); }
+    /// Takes the track's next packets instead, which were encoded elsewhere.
+    void add(const AudioPackets& packets) { encoder_->add(packets); }
     /// Ends the file and brings it to the disk; throws if it does not hold exactly that many frames.
     void finish(std::uint64_t expectedFrames);
     /// Moves the finished file to `target`, which must not exist.
@@ -42,14 +42,5 @@ private:
     std::unique_ptr<AudioEncoder> encoder_;
     bool isPublished_ = false;
 };
-
-/// Tells the share of the work done, from 0 to 1. Called on the encoding thread.
-using EncodingProgress = std::function<void(double)>;
-
-/// Encodes a track anew from its CAF; null if that holds no frames. Throws base::Error, also when stopped.
-std::unique_ptr<TrackEncoder> encodeFromTemporary(base::Files& files, AudioEncoderFactory& encoders,
-                                                  const RecordingFiles& names, Track track,
-                                                  const EncodingSettings& settings, const EncodingProgress& progress,
-                                                  const std::stop_token& stop);
 
 }  // namespace tessivox::audio

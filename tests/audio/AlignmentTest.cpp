@@ -23,20 +23,31 @@ constexpr auto kClickInterval = 7s;
 struct ClickFinder final : AudioEncoderFactory {
     std::array<std::vector<std::uint64_t>, 2> clicks;  ///< frames, a channel each
 
-    struct Encoder final : AudioEncoder {
+    struct Encoder final : PacketEncoder {
         ClickFinder& owner;
         std::uint64_t frames = 0;
         explicit Encoder(ClickFinder& finder) : owner(finder) {}
-        void write(std::span<const float> interleaved) override {
+        void write(std::span<const float> interleaved, AudioPackets& packets) override {
             for (std::size_t index = 0; index < interleaved.size(); ++index) {
                 if (interleaved[index] > 0.5F) owner.clicks[index % 2].push_back(frames + index / 2);
             }
             frames += interleaved.size() / 2;
+            packets.append({}, static_cast<std::uint32_t>(interleaved.size() / 2));
+        }
+        void finish(AudioPackets&) override {}
+    };
+    struct Counter final : PacketFile {
+        std::uint64_t frames = 0;
+        void write(const AudioPackets& packets) override {
+            for (const auto& packet : packets.packets) frames += packet.frames;
         }
         std::uint64_t finish() override { return frames; }
     };
-    std::unique_ptr<AudioEncoder> open(std::unique_ptr<base::File>, const AudioEncoding&) override {
+    std::unique_ptr<PacketEncoder> makeEncoder(const AudioEncoding&) override {
         return std::make_unique<Encoder>(*this);
+    }
+    std::unique_ptr<PacketFile> makeFile(std::unique_ptr<base::File>, const AudioEncoding&) override {
+        return std::make_unique<Counter>();
     }
 };
 

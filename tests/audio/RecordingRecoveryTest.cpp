@@ -30,7 +30,7 @@ struct RecordingRecoveryTest : ::testing::Test {
         const std::vector<float> samples(2 * frames, 0.5F);
         if (frames > 0) writer.write(0, samples);
     }
-    std::vector<Path> recover() { return recoverIncompleteFiles(disk, encoders, incomplete, library, {}); }
+    std::vector<Path> recover() { return recoverIncompleteFiles({disk, encoders, {}}, incomplete, library, {}); }
     std::size_t framesOf(const Path& path) { return FakeEncoder::samplesOf(disk, path).size() / 2; }
 };
 
@@ -114,10 +114,10 @@ TEST_F(RecordingRecoveryTest, APowerFailureDuringRecoveryLosesNothing) {
             machine.syncFolder(incomplete);
         }
         machine.failFrom(machine.operationCount() + operation, CrashingFiles::Fault::ioError);
-        recoverIncompleteFiles(machine, encoders, incomplete, library, {});
+        recoverIncompleteFiles({machine, encoders, {}}, incomplete, library, {});
         machine.heal();
         machine.crash(CrashingFiles::Unsynced::prefix, operation);
-        recoverIncompleteFiles(machine, encoders, incomplete, library, {});
+        recoverIncompleteFiles({machine, encoders, {}}, incomplete, library, {});
         std::size_t whole = 0;
         for (const auto& name : machine.list(library)) {
             if (name.extension() != ".m4a") continue;

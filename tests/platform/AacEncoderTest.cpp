@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "audio/AudioEncoder.h"
 #include "audio/Mpeg4Duration.h"
 #include "support/DecodeAudio.h"
 #include "support/MemoryFile.h"
@@ -92,8 +93,11 @@ struct AacEncoderTest : ::testing::Test {
     MemoryDisk disk;
     AacEncoderFactory factory;
 
+    std::unique_ptr<audio::AudioEncoder> begin(MemoryDisk& target, const AudioEncoding& encoding = {}) {
+        return std::make_unique<audio::AudioEncoder>(factory, std::make_unique<MemoryFile>(target), encoding);
+    }
     std::uint64_t encode(std::span<const float> sound, const AudioEncoding& encoding = {}, std::size_t chunk = kRate) {
-        const auto encoder = factory.open(std::make_unique<MemoryFile>(disk), encoding);
+        const auto encoder = begin(disk, encoding);
         chunk *= static_cast<std::size_t>(encoding.channels);
         for (; sound.size() > chunk; sound = sound.subspan(chunk)) encoder->write(sound.first(chunk));
         encoder->write(sound);
@@ -195,19 +199,19 @@ TEST_F(AacEncoderTest, EachFailureOfTheFileReachesTheCaller) {
 TEST_F(AacEncoderTest, AfterAFailureOrTheEndItTakesNothing) {
     const auto second = twoTones(kRate);
     disk.failAt = 1;
-    const auto failed = factory.open(std::make_unique<MemoryFile>(disk), {});
+    const auto failed = begin(disk);
     EXPECT_THROW(while (true) failed->write(second), base::FileError);
     EXPECT_THROW(failed->write(second), base::Error);
     EXPECT_THROW(failed->finish(), base::Error);
     MemoryDisk other;
-    const auto finished = factory.open(std::make_unique<MemoryFile>(other), {});
+    const auto finished = begin(other);
     finished->finish();
     EXPECT_THROW(finished->write(second), base::Error);
 }
 
 TEST_F(AacEncoderTest, AnUnfinishedFileIsClosedAndHasNoDuration) {
     const auto sound = busySound(kRate * 10, 2);
-    factory.open(std::make_unique<MemoryFile>(disk), {})->write(sound);
+    begin(disk)->write(sound);
     EXPECT_TRUE(disk.isClosed);
     EXPECT_GT(disk.contents.size(), 60'000U);
     MemoryFile file(disk);
@@ -215,8 +219,8 @@ TEST_F(AacEncoderTest, AnUnfinishedFileIsClosedAndHasNoDuration) {
 }
 
 TEST_F(AacEncoderTest, RefusesWhatAacCannotHold) {
-    EXPECT_THROW(factory.open(std::make_unique<MemoryFile>(disk), {.sampleRate = 12345}), base::Error);
-    EXPECT_THROW(factory.open(std::make_unique<MemoryFile>(disk), {.channels = 0}), base::Error);
+    EXPECT_THROW(begin(disk, {.sampleRate = 12345}), base::Error);
+    EXPECT_THROW(begin(disk, {.channels = 0}), base::Error);
     EXPECT_TRUE(disk.isClosed);
 }
 

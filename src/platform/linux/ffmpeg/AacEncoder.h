@@ -4,47 +4,40 @@
 #include <memory>
 #include <span>
 
-#include "audio/ports/AudioEncoder.h"
-#include "platform/linux/ffmpeg/FileOutput.h"
+#include "audio/ports/PacketEncoder.h"
 #include "platform/linux/ffmpeg/Libav.h"
 
 namespace tessivox::ffmpeg {
 
-/// AAC-LC in an .m4a whose index stands at the end. The encoder's priming is declared by an edit list (ISO/IEC
-/// 14496-12, 8.6.6), so that players give back exactly the frames that were written. The same sound gives the same
-/// bytes.
-class AacEncoder final : public audio::AudioEncoder {
-public:
-    AacEncoder(std::unique_ptr<base::File> file, const audio::AudioEncoding& encoding);
+/// FFmpeg's own AAC-LC encoder, opened for MPEG-4. Throws MediaError.
+Codec openAac(const audio::AudioEncoding& encoding);
 
-    void write(std::span<const float> interleaved) override;
-    std::uint64_t finish() override;
+/// The same sound gives the same packets, in whatever pieces it comes.
+class AacEncoder final : public audio::PacketEncoder {
+public:
+    explicit AacEncoder(const audio::AudioEncoding& encoding);
+
+    void write(std::span<const float> interleaved, audio::AudioPackets& packets) override;
+    void finish(audio::AudioPackets& packets) override;
 
 private:
-    void openCodec(const audio::AudioEncoding& encoding);
-    void openMuxer();
-    void beginUse();
     void fillFrame(std::span<const float> interleaved, int frames);
-    void encode(const AVFrame* frame);
-    void encodeFilledFrame();
-    void mux();
-    std::uint64_t playableFrames() const;
+    void encodeFilledFrame(audio::AudioPackets& packets);
+    void encode(const AVFrame* frame, audio::AudioPackets& packets);
 
-    FileOutput output_;
     Codec codec_;
-    OutputFormat format_;
     Frame frame_;
     Packet packet_;
-    int filled_ = 0;                ///< frames waiting in frame_
-    std::int64_t taken_ = 0;        ///< frames handed to the codec
-    std::int64_t muxedFrames_ = 0;  ///< frames that the packets in the file stand for, with the priming
-    bool isUsable_ = true;          ///< neither failed nor finished
+    int filled_ = 0;          ///< frames waiting in frame_
+    std::int64_t taken_ = 0;  ///< frames handed to the codec
 };
 
+/// AAC in .m4a files.
 class AacEncoderFactory final : public audio::AudioEncoderFactory {
 public:
-    std::unique_ptr<audio::AudioEncoder> open(std::unique_ptr<base::File> file,
-                                              const audio::AudioEncoding& encoding) override;
+    std::unique_ptr<audio::PacketEncoder> makeEncoder(const audio::AudioEncoding& encoding) override;
+    std::unique_ptr<audio::PacketFile> makeFile(std::unique_ptr<base::File> file,
+                                                const audio::AudioEncoding& encoding) override;
 };
 
 }  // namespace tessivox::ffmpeg

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <string>
 #include <utility>
 
@@ -15,6 +16,15 @@ public:
 
 /// Throws MediaError if a result of the libraries is negative: "<sentence> (<their reason>)."
 void check(int result, const char* sentence);
+
+inline constexpr const char* kOutOfMemory = "There is not enough memory to encode sound; close other applications";
+
+/// What one of the libraries' functions has made. Throws MediaError if that is null.
+template <typename Owner>
+Owner made(Owner object) {
+    if (!object) check(-ENOMEM, kOutOfMemory);
+    return object;
+}
 
 /// Sends the libraries' warnings to base::log, once for the process; otherwise they go to standard error. Any thread.
 void redirectLog();
