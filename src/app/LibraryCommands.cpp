@@ -1,0 +1,158 @@
+#include "app/LibraryCommands.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "base/Completion.h"
+#include "base/Error.h"
+#include "base/Text.h"
+#include "library/RecordingName.h"
+
+namespace tessivox::app {
+namespace {
+
+using base::filled;
+using base::localized;
+using base::paddedNumber;
+using Path = std::filesystem::path;
+
+std::string dateText(base::WallTime time, const base::LocalTime& localTime) {
+    const auto civil = localTime.civil(time);
+    return paddedNumber(civil.year, 4) + "-" + paddedNumber(civil.month, 2) + "-" + paddedNumber(civil.day, 2) + " " +
+           paddedNumber(civil.hour, 2) + ":" + paddedNumber(civil.minute, 2);
+}
+
+std::string durationText(double duration) {
+    const auto seconds = std::llround(duration);
+    return std::to_string(seconds / 3600) + ":" + paddedNumber(seconds / 60 % 60, 2) + ":" +
+           paddedNumber(seconds % 60, 2);
+}
+
+std::string sizeText(std::uint64_t bytes) {
+    const auto megabytes = static_cast<double>(bytes) / 1e6;
+    return megabytes < 1000 ? base::fixedNumber(megabytes, 1) + " MB" : base::fixedNumber(megabytes / 1000, 2) + " GB";
+}
+
+std::string aligned(const std::string& text, std::size_t width) {
+    return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
+}
+
+std::string belongings(const ListedRecording& listed) {
+    std::string text;
+    const auto add = [&](const std::string& word) { text += (text.empty() ? "" : ", ") + word; };
+    if (listed.hasTranscript) add(localized("transcript"));
+    if (listed.hasSummary) add(localized("summary"));
+    for (const auto& track : listed.recording.subTracks) add(localized(track.label + " track"));
+    return text.empty() ? text : "  (" + text + ")";
+}
+
+base::Error noRecording(const Path& file) {
+    return {"library", 2,
+            filled(localized("There is no recording \"{0}\": \"tessivox list\" shows those that there are."),
+                   {printable(file.string())})};
+}
+
+}  // namespace
+
+std::string recordingsText(const std::vector<ListedRecording>& recordings, const base::LocalTime& localTime) {
+    std::string text;
+    for (const auto& listed : recordings) {
+        text += dateText(listed.recording.date, localTime) + "  " +
+                aligned(durationText(listed.recording.duration), 7) + "  " + aligned(sizeText(listed.size), 8);
+        if (!listed.title.empty()) text += "  " + printable(listed.title);
+        text += belongings(listed) + "\n    " + printable(listed.recording.url.filename().string()) + "\n";
+    }
+    return text;
+}
+
+std::string recordingsJSON(const std::vector<ListedRecording>& recordings) {
+    auto all = nlohmann::json::array();
+    for (const auto& listed : recordings) {
+        auto& entry = all.emplace_back(listed.recording);
+        entry.erase("id");  // of this scan alone
+        entry["path"] = listed.recording.url.string();
+        entry["title"] = listed.title.empty() ? nlohmann::json() : nlohmann::json(listed.title);
+        entry["gist"] = listed.gist.empty() ? nlohmann::json() : nlohmann::json(listed.gist);
+        entry["size"] = listed.size;
+        entry["hasTranscript"] = listed.hasTranscript;
+        entry["hasSummary"] = listed.hasSummary;
+    }
+    return library::jsonText(all) + "\n";
+}
+
+Path meantRecording(const base::Files& files, const Path& recordingsFolder, const Path& argument) {
+    const auto here = std::filesystem::absolute(argument).lexically_normal();
+    if (argument.has_parent_path() || files.exists(here)) return here;
+    const auto there = recordingsFolder / argument;
+    return files.exists(there) ? there : Path(there.native() + std::string(library::kAudioExtension));
+}
+
+base::Task<std::vector<library::Recording>> LibraryCommands::scanned() {
+    auto& isLoading = parts_.storage.isLoading;
+    const base::Completion<bool> done;
+    const auto watch = isLoading.observe([done](bool loads) {
+        if (!loads) done.succeed(true);
+    });
+    co_await done;
+    co_return parts_.storage.recordings.get();
+}
+
+ListedRecording LibraryCommands::details(library::Recording recording) {
+    ListedRecording listed;
+    listed.recording = std::move(recording);
+    const auto& url = listed.recording.url;
+    const auto title = parts_.storage.readMetadata(url, library::kTitleAttribute);
+    listed.title = title ? *title : library::titleFromBaseName(listed.recording.name).value_or("");
+    listed.gist = parts_.storage.readMetadata(url, library::kGistAttribute).value_or("");
+    if (const auto status = parts_.files.status(url)) listed.size = status->size;
+    listed.hasTranscript = parts_.files.exists(library::sibling(url, library::kSidecarExtensions[0]));
+    listed.hasSummary = parts_.files.exists(library::sibling(url, library::kSidecarExtensions[1]));
+    return listed;
+}
+
+base::Task<ExitCode> LibraryCommands::list(bool asJSON) {
+    // The scan takes a folder that cannot be read for an empty one; whoever asked for a list wants to know.
+    if (parts_.files.exists(parts_.folder)) parts_.files.list(parts_.folder);
+    auto recordings = co_await scanned();
+    std::vector<ListedRecording> listed;
+    for (auto& recording : recordings) listed.push_back(details(std::move(recording)));
+    if (listed.empty() && !asJSON)
+        parts_.console.message(
+            filled(localized("There are no recordings in \"{0}\" yet."), {printable(parts_.folder.string())}));
+    parts_.console.result(asJSON ? recordingsJSON(listed) : recordingsText(listed, parts_.localTime));
+    co_return ExitCode::done;
+}
+
+base::Task<library::Recording> LibraryCommands::found(Path file) {
+    const auto recordings = co_await scanned();
+    for (const auto& recording : recordings) {
+        if (recording.url == file) co_return recording;
+        for (const auto& track : recording.subTracks) {
+            if (track.url != file) continue;
+            const auto main = printable(recording.url.filename().string());
+            throw base::Error("library", 3,
+                              filled(localized("\"{0}\" is a track of \"{1}\": name that one, and both go together."),
+                                     {printable(file.filename().string()), main}));
+        }
+    }
+    throw noRecording(file);
+}
+
+base::Task<ExitCode> LibraryCommands::rename(Path file, std::string name) {
+    auto finding = found(std::move(file));
+    auto recording = co_await finding;
+    // Who types the ending of the file means the name before it.
+    if (name.ends_with(library::kAudioExtension)) name.resize(name.size() - library::kAudioExtension.size());
+    parts_.storage.renameRecording(std::move(recording), name);
+    co_return ExitCode::done;
+}
+
+base::Task<ExitCode> LibraryCommands::trash(Path file) {
+    auto finding = found(std::move(file));
+    auto recording = co_await finding;
+    parts_.storage.deleteRecording(std::move(recording));
+    co_return ExitCode::done;
+}
+
+}  // namespace tessivox::app
