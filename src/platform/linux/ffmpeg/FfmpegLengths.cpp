@@ -34,7 +34,7 @@ struct Options {
     ~Options() { av_dict_free(&values); }
 };
 
-/// The file is opened before its options are looked at: none of it may be taken for a protocol.
+/// With its protocol named, so that no part of a file name is taken for one.
 Input open(const std::filesystem::path& path, Clock::time_point& deadline) {
     auto* input = avformat_alloc_context();
     if (!input) return nullptr;
