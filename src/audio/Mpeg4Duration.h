@@ -16,8 +16,8 @@ struct Mpeg4Duration {
 };
 
 /// Reads the duration from a file's movie header (ISO/IEC 14496-12: boxes 4.2, movie header 8.2.2). Absent if the file
-/// is cut short, malformed, has no movie header or keeps its duration in fragments. Reads a few dozen bytes a box and
-/// at most some hundred boxes. Throws FileError if the file cannot be read.
+/// is cut short, malformed, has no movie header or keeps its duration in fragments. Reads at most 256 bytes a box,
+/// of boxes side by side at once, and at most some hundred boxes. Throws FileError if the file cannot be read.
 std::optional<Mpeg4Duration> readMpeg4Duration(base::File& file);
 
 }  // namespace tessivox::audio
