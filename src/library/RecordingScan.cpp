@@ -40,9 +40,9 @@ public:
         sortApart(files_.list(folder_));
         result_.recordings.reserve(mains_.size());
         result_.durations.reserve(mains_.size());
-        for (const auto& main : mains_) {
+        for (auto& main : mains_) {
             if (stop.stop_requested()) return std::move(result_);
-            addMain(main);
+            addMain(std::move(main));
         }
         for (const auto& [parent, tracks] : tracks_) {
             if (!tracks.isShown) addOrphans(tracks.files);
@@ -94,17 +94,17 @@ private:
         tracks.files.push_back(std::move(file));
     }
 
-    void addMain(const NamedFile& main) {
+    void addMain(NamedFile main) {
         const auto found = tracks_.find(main.base);
         if (found == tracks_.end()) {
-            add(main, {});
+            add(std::move(main), {});
             return;
         }
         auto subTracks = found->second.subTracks;
         std::ranges::sort(subTracks, [](const SubTrack& a, const SubTrack& b) {
             return std::tie(a.label, a.url) < std::tie(b.label, b.url);
         });
-        if (add(main, std::move(subTracks))) found->second.isShown = true;
+        if (add(std::move(main), std::move(subTracks))) found->second.isShown = true;
     }
 
     /// A track is never lost from view because its main file is gone.
@@ -112,11 +112,12 @@ private:
         for (const auto& file : files) add(file, {});
     }
 
-    bool add(const NamedFile& file, std::vector<SubTrack> subTracks) {
+    bool add(NamedFile file, std::vector<SubTrack> subTracks) {
         const auto status = files_.status(file.path);
         if (!status || !status->isRegular) return false;
         const double seconds = duration(file.path, *status);
-        result_.recordings.push_back({makeID_(), file.path, status->birth, seconds, file.base, std::move(subTracks)});
+        result_.recordings.push_back(
+            {makeID_(), std::move(file.path), status->birth, seconds, std::move(file.base), std::move(subTracks)});
         return true;
     }
 
