@@ -7,19 +7,29 @@
 namespace tessivox::audio {
 namespace {
 
-constexpr std::string_view kStereoPrefix = "stereo_";
+constexpr std::string_view kHiddenStereo = ".part";
+constexpr std::string_view kHiddenMicrophone = "_mic.part";
+constexpr std::string_view kHiddenSystem = "_sys.part";
+constexpr std::string_view kRecovered = "_recovered_";
 constexpr std::string_view kExtension = ".caf";
 
 std::string_view temporaryPrefix(Track track) {
     switch (track) {
         case Track::stereo:
-            return kStereoPrefix;
+            return "stereo_";
         case Track::microphone:
             return "mic_";
         case Track::system:
             return "sys_";
     }
     std::abort();
+}
+
+/// What stands between the two, if that is anything.
+std::optional<std::string> between(std::string_view name, std::string_view start, std::string_view end) {
+    const auto around = start.size() + end.size();
+    if (name.size() <= around || !name.starts_with(start) || !name.ends_with(end)) return std::nullopt;
+    return std::string(name.substr(start.size(), name.size() - around));
 }
 
 }  // namespace
@@ -50,11 +60,11 @@ std::filesystem::path RecordingFiles::final(Track track) const {
 std::filesystem::path RecordingFiles::hidden(Track track) const {
     switch (track) {
         case Track::stereo:
-            return outputFolder_ / ("." + base_ + ".part");
+            return outputFolder_ / ("." + base_ + std::string(kHiddenStereo));
         case Track::microphone:
-            return outputFolder_ / ("." + base_ + "_mic.part");
+            return outputFolder_ / ("." + base_ + std::string(kHiddenMicrophone));
         case Track::system:
-            return outputFolder_ / ("." + base_ + "_sys.part");
+            return outputFolder_ / ("." + base_ + std::string(kHiddenSystem));
     }
     std::abort();
 }
@@ -76,10 +86,33 @@ std::filesystem::path RecordingFiles::discarded(Track track) const {
 }
 
 std::optional<std::string> RecordingFiles::baseOfTemporary(std::string_view name) {
-    if (!name.starts_with(kStereoPrefix) || !name.ends_with(kExtension)) return std::nullopt;
-    const auto length = name.size() - kExtension.size();
-    if (length <= kStereoPrefix.size()) return std::nullopt;
-    return std::string(name.substr(kStereoPrefix.size(), length - kStereoPrefix.size()));
+    return between(name, temporaryPrefix(Track::stereo), kExtension);
+}
+
+std::optional<std::string> RecordingFiles::baseOfSeparateTrack(std::string_view name) {
+    const auto base = between(name, temporaryPrefix(Track::microphone), kExtension);
+    return base ? base : between(name, temporaryPrefix(Track::system), kExtension);
+}
+
+std::vector<std::string> RecordingFiles::basesOfHidden(std::string_view name) {
+    std::vector<std::string> bases;
+    for (const std::string_view ending : {kHiddenStereo, kHiddenMicrophone, kHiddenSystem}) {
+        if (auto base = between(name, ".", ending)) bases.push_back(std::move(*base));
+    }
+    return bases;
+}
+
+std::filesystem::path RecordingFiles::recovered(int number) const {
+    return outputFolder_ / (base_ + std::string(kRecovered) + std::to_string(number) + ".m4a");
+}
+
+bool RecordingFiles::mayBeSavedAs(std::string_view name) const {
+    if (name == final(Track::stereo).filename().native()) return true;
+    const auto isNumber = [](const std::optional<std::string>& text) {
+        return text && text->find_first_not_of("0123456789") == std::string::npos;
+    };
+    return isNumber(between(name, base_ + std::string(kRecovered), ".m4a")) ||
+           isNumber(between(name, base_ + "_", extension_));
 }
 
 bool RecordingFiles::isDiscarded(std::string_view name) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/StandardFolders.h"
 #include "base/ports/Files.h"
@@ -39,8 +40,16 @@ public:
 
     /// The recording's base name, if this is the name of a stereo temporary file.
     static std::optional<std::string> baseOfTemporary(std::string_view name);
+    /// The recording's base name, if this is the name of a temporary file of one source.
+    static std::optional<std::string> baseOfSeparateTrack(std::string_view name);
     /// Whether a temporary file of that name waits for its removal.
     static bool isDiscarded(std::string_view name);
+    /// The base names of the recordings whose hidden file may have this name; none if it is no such name.
+    static std::vector<std::string> basesOfHidden(std::string_view name);
+    /// The name of a recording that came back while its own name, and those of lower numbers, were taken.
+    std::filesystem::path recovered(int number) const;
+    /// Whether this is a name that the recording may have been saved or recovered under.
+    bool mayBeSavedAs(std::string_view name) const;
 
     const std::string& baseName() const { return base_; }
     const std::filesystem::path& incompleteFolder() const { return incompleteFolder_; }

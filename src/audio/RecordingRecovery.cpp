@@ -1,20 +1,37 @@
 #include "audio/RecordingRecovery.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cmath>
 #include <optional>
 
 #include "audio/CafFile.h"
+#include "audio/LeftoverSweep.h"
 #include "audio/Mpeg4Duration.h"
 #include "audio/TemporaryEncoding.h"
 #include "base/Log.h"
+#include "base/Text.h"
 
 namespace tessivox::audio {
 namespace {
 
 constexpr int kRecoveredBitrate = 128000;
-/// An encoded file that differs from its temporary file by less was saved from it: one AAC packet.
+/// An encoded file that differs from its temporary file by no more was saved from it: one AAC packet.
 constexpr double kSameLength = 1024;
+
+/// Whether a temporary file never came to hold a frame: shorter than its header, or, after the power failed, of a
+/// length but without contents.
+bool holdsNothing(base::File& file) {
+    if (file.size() < CafWriter::kHeaderSize) return true;
+    std::array<std::byte, 65536> bytes{};
+    for (std::uint64_t offset = 0;; offset += bytes.size()) {
+        const auto count = file.readAt(offset, bytes);
+        const auto isZero = [](std::byte byte) { return byte == std::byte{0}; };
+        if (!std::ranges::all_of(std::span(bytes).first(count), isZero)) return false;
+        if (count < bytes.size()) return true;
+    }
+}
 
 /// The recovery of one temporary recording.
 class Recovery {
@@ -28,9 +45,10 @@ public:
 
     /// The file made, if one was. Throws base::Error and leaves everything as it is.
     std::optional<std::filesystem::path> run() {
+        // Held until the temporary files are gone, so that no other process recovers them too.
         const auto lock = files_.open(temporary_, base::FileAccess::update);
         if (!lock->tryLock(temporary_)) return std::nullopt;
-        if (lock->size() < CafWriter::kHeaderSize) return removeTemporaries();
+        if (isPlainFile() && holdsNothing(*lock)) return removeTemporaries();
         const CafReader reader(files_.open(temporary_, base::FileAccess::read));
         if (reader.frames() == 0 || isSaved(reader)) return removeTemporaries();
         return finalize(reader.format());
@@ -43,54 +61,79 @@ private:
     std::filesystem::path temporary_;
     const std::stop_token& stop_;
 
+    bool isPlainFile() const {
+        const auto status = files_.status(temporary_);
+        return status && status->isRegular;
+    }
+
+    /// The stereo file comes last: as long as it is there, the next launch takes the others away too.
     std::nullopt_t removeTemporaries() {
-        for (const auto track : kTracks) {
-            files_.removeIfPossible(names_.temporary(track));
+        for (const auto track : {Track::microphone, Track::system, Track::stereo}) {
             files_.removeIfPossible(names_.hidden(track));
+            files_.removeIfPossible(names_.temporary(track));
         }
         return std::nullopt;
     }
 
     /// Whether the program was ended between giving the file its final name and removing the temporary one.
     bool isSaved(const CafReader& reader) {
-        const auto saved = names_.final(Track::stereo);
-        if (!files_.exists(saved)) return false;
-        const auto duration = readMpeg4Duration(*files_.open(saved, base::FileAccess::read));
-        if (!duration) return false;
-        const auto frames = static_cast<double>(duration->duration) / duration->timescale * reader.format().sampleRate;
-        return std::abs(frames - static_cast<double>(reader.frames())) <= kSameLength;
+        const auto isCopy = [&](const std::string& name) {
+            return names_.mayBeSavedAs(name) && lastsAsLong(names_.outputFolder() / name, reader);
+        };
+        return std::ranges::any_of(sortedNames(files_, names_.outputFolder()), isCopy);
+    }
+
+    bool lastsAsLong(const std::filesystem::path& saved, const CafReader& reader) {
+        try {
+            const auto duration = readMpeg4Duration(*files_.open(saved, base::FileAccess::read));
+            if (!duration) return false;
+            const auto seconds = static_cast<double>(duration->duration) / duration->timescale;
+            const auto frames = seconds * reader.format().sampleRate;
+            return std::abs(frames - static_cast<double>(reader.frames())) <= kSameLength;
+        } catch (const base::FileError&) {
+            return false;
+        }
     }
 
     std::filesystem::path finalize(const AudioFormat& format) {
+        makeFolderIfPossible();
         const EncodingSettings settings{format.sampleRate, kRecoveredBitrate};
         const auto encoder = encodeFromTemporary(
             tools_, names_, Track::stereo, settings, [](double) {}, stop_);
-        const auto target = freeTarget();
-        encoder->publish(target);
-        files_.syncFolder(names_.outputFolder());
-        removeTemporaries();
-        return target;
-    }
-
-    std::filesystem::path freeTarget() const {
-        auto target = names_.final(Track::stereo);
-        for (int number = 1; files_.exists(target); ++number) {
-            target = names_.outputFolder() / (names_.baseName() + "_recovered_" + std::to_string(number) + ".m4a");
+        if (!encoder) throw base::Error("StereoAudioWriter", -2, base::localized("Empty capture"));
+        auto target = publish(*encoder);
+        try {
+            files_.syncFolder(names_.outputFolder());
+            removeTemporaries();
+        } catch (const base::FileError& error) {
+            // The next launch finds both files, and that they are the same.
+            base::log("[Recovery] " + temporary_.filename().string() + " stays for now: " + error.description());
         }
         return target;
     }
-};
 
-std::vector<std::string> namesIn(base::Files& files, const std::filesystem::path& folder) {
-    std::vector<std::string> names;
-    try {
-        for (const auto& name : files.list(folder)) names.push_back(name.string());
-    } catch (const base::FileError&) {
-        // No folder, nothing to recover.
+    void makeFolderIfPossible() {
+        try {
+            files_.makeFolders(names_.outputFolder());
+        } catch (const base::FileError&) {
+            // Making the file fails next, and says why.
+        }
     }
-    std::ranges::sort(names);
-    return names;
-}
+
+    /// Under the first name that nobody takes meanwhile.
+    std::filesystem::path publish(TrackEncoder& encoder) {
+        auto target = names_.final(Track::stereo);
+        for (int number = 1;; ++number) {
+            try {
+                encoder.publish(target);
+                return target;
+            } catch (const base::FileError& error) {
+                if (error.code() != EEXIST) throw;
+                target = names_.recovered(number);
+            }
+        }
+    }
+};
 
 }  // namespace
 
@@ -98,21 +141,19 @@ std::vector<std::filesystem::path> recoverIncompleteFiles(const EncodingTools& t
                                                           const std::filesystem::path& incompleteFolder,
                                                           const std::filesystem::path& recordingsFolder,
                                                           const std::stop_token& stop) {
-    auto& files = tools.files;
     std::vector<std::filesystem::path> recovered;
-    for (const auto& name : namesIn(files, incompleteFolder)) {
-        if (stop.stop_requested()) break;
-        if (RecordingFiles::isDiscarded(name)) files.removeIfPossible(incompleteFolder / name);
+    for (const auto& name : sortedNames(tools.files, incompleteFolder)) {
+        if (stop.stop_requested()) return recovered;
         const auto base = RecordingFiles::baseOfTemporary(name);
         if (!base) continue;
         try {
-            files.makeFolders(recordingsFolder);
             const RecordingFiles names(incompleteFolder, recordingsFolder / (*base + ".m4a"));
             if (auto url = Recovery(tools, names, stop).run()) recovered.push_back(std::move(*url));
         } catch (const base::Error& error) {
             base::log("[Recovery] Failed to finalize " + name + ": " + error.description());
         }
     }
+    sweepLeftovers(tools.files, incompleteFolder, recordingsFolder);
     return recovered;
 }
 

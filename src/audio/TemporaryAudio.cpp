@@ -5,6 +5,11 @@
 #include "base/Text.h"
 
 namespace tessivox::audio {
+namespace {
+
+constexpr int kAttempts = 3;
+
+}  // namespace
 
 void extractChannel(std::span<const float> interleaved, std::size_t side, std::vector<float>& channel) {
     channel.resize(interleaved.size() / 2);
@@ -20,10 +25,6 @@ TemporaryAudio::TemporaryAudio(base::Files& files, const RecordingFiles& names, 
     }
     try {
         stereo_ = make(Track::stereo, {sampleRate, 2});
-        if (!stereo_->file().tryLock(names_.temporary(Track::stereo))) {
-            throw base::FileError(EWOULDBLOCK,
-                                  base::localized("The temporary recording is in use by another program."));
-        }
         if (separateTracks) {
             mono_.push_back(make(Track::microphone, {sampleRate, 1}));
             mono_.push_back(make(Track::system, {sampleRate, 1}));
@@ -34,9 +35,20 @@ TemporaryAudio::TemporaryAudio(base::Files& files, const RecordingFiles& names, 
     }
 }
 
+std::unique_ptr<base::File> TemporaryAudio::createLocked(const std::filesystem::path& path) {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        auto file = files_.create(path);
+        if (file->tryLock(path)) return file;
+        // A recovery at work just now takes the file, empty as it is, for a leftover and removes it.
+        file->lock();
+        if (file->tryLock(path)) return file;
+    }
+    throw base::FileError(EWOULDBLOCK, base::localized("The temporary recording is in use by another program."));
+}
+
 std::unique_ptr<CafWriter> TemporaryAudio::make(Track track, const AudioFormat& format) {
     const auto path = names_.temporary(track);
-    auto file = files_.create(path);
+    auto file = track == Track::stereo ? createLocked(path) : files_.create(path);
     try {
         auto writer = std::make_unique<CafWriter>(std::move(file), format);
         syncing_.push_back(files_.open(path, base::FileAccess::update));

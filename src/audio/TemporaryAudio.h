@@ -45,6 +45,7 @@ private:
     std::vector<float> channel_;
     std::uint64_t lostFrames_ = 0;
 
+    std::unique_ptr<base::File> createLocked(const std::filesystem::path& path);
     std::unique_ptr<CafWriter> make(Track track, const AudioFormat& format);
     void writeMono(std::size_t side, std::uint64_t firstFrame, std::span<const float> interleaved);
 };

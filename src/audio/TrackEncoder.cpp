@@ -1,6 +1,7 @@
 #include "audio/TrackEncoder.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "base/Text.h"
 
@@ -23,11 +24,22 @@ TrackEncoder::TrackEncoder(base::Files& files, AudioEncoderFactory& encoders, co
     files_.removeIfPossible(hidden_);
     auto file = files_.create(hidden_);
     try {
+        lock();
         encoder_ = std::make_unique<AudioEncoder>(encoders, std::move(file), encoding);
     } catch (...) {
         files_.removeIfPossible(hidden_);
         throw;
     }
+}
+
+void TrackEncoder::lock() {
+    lock_ = files_.open(hidden_, base::FileAccess::update);
+    try {
+        if (lock_->tryLock(hidden_)) return;
+    } catch (const base::FileError&) {
+        return;  // Some network folders have no locks: recordings are saved there all the same.
+    }
+    throw base::FileError(EWOULDBLOCK, base::localized("The sound file is in use by another program; try again."));
 }
 
 TrackEncoder::~TrackEncoder() {

@@ -18,7 +18,8 @@ struct EncodingSettings {
 };
 
 /// Encodes one track of a recording into its hidden file and gives it its final name. Unless that was done, the hidden
-/// file is removed with the object. Operations throw base::Error. One thread at a time.
+/// file is removed with the object. Meanwhile it is locked, where the file system can do that, against other processes
+/// that look for leftovers. Operations throw base::Error. One thread at a time.
 class TrackEncoder {
 public:
     TrackEncoder(base::Files& files, AudioEncoderFactory& encoders, const RecordingFiles& names, Track track,
@@ -39,8 +40,11 @@ public:
 private:
     base::Files& files_;
     std::filesystem::path hidden_;
+    std::unique_ptr<base::File> lock_;
     std::unique_ptr<AudioEncoder> encoder_;
     bool isPublished_ = false;
+
+    void lock();
 };
 
 }  // namespace tessivox::audio

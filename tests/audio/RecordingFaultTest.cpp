@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "audio/CafFile.h"
+#include "audio/RecordingRecovery.h"
 #include "audio/StereoAudioWriter.h"
 #include "support/CrashingFiles.h"
 #include "support/FakeEncoder.h"
@@ -147,6 +148,26 @@ void judge(Recording& recording) {
     }
 }
 
+/// The next launch; how many recordings it brings back.
+std::size_t recover(Recording& recording) {
+    return recoverIncompleteFiles({recording.disk, recording.encoders, {}}, kIncomplete, kRecordings, {}).size();
+}
+
+/// There is one recording with so many frames at least, or none if that is 0, and nothing else but whole separate
+/// tracks.
+void judgeAfterRecovery(Recording& recording, std::size_t frames) {
+    EXPECT_TRUE(recording.leftovers(kIncomplete).empty());
+    const bool isThere = recording.disk.exists(kOutput);
+    EXPECT_TRUE(isThere || frames == 0) << "neither file is left";
+    if (isThere) {
+        EXPECT_GE(framesThere(FakeEncoder::samplesOf(recording.disk, kOutput)), frames);
+    }
+    for (const auto& name : recording.leftovers(kRecordings)) {
+        EXPECT_TRUE(name == "talk.m4a" || name == "talk_mic.m4a" || name == "talk_system.m4a") << name;
+        FakeEncoder::samplesOf(recording.disk, kRecordings / name);  // throws if it is not whole
+    }
+}
+
 std::string described(std::uint64_t n, Fault fault, bool separateTracks) {
     const auto name = fault == Fault::noSpace ? "no space" : fault == Fault::ioError ? "I/O error" : "short write";
     return std::string(name) + " at operation " + std::to_string(n) + (separateTracks ? ", separate tracks" : "");
@@ -230,7 +251,7 @@ TEST(RecordingFaultTest, ADiskThatStaysFullOrBrokenIsNeverTakenForASavedRecordin
     }
 }
 
-TEST(RecordingFaultTest, APowerCutAtAnyOperationLeavesTheFinishedFileOrWhatHadBeenSynced) {
+TEST(RecordingFaultTest, AfterAPowerCutAtAnyOperationTheNextLaunchLeavesOneRecordingWithAllThatHadBeenSynced) {
     for (const bool separateTracks : {false, true}) {
         const auto count = operationsOf(separateTracks);
         for (const auto unsynced : {Unsynced::lost, Unsynced::prefix, Unsynced::zeros, Unsynced::kept}) {
@@ -240,15 +261,13 @@ TEST(RecordingFaultTest, APowerCutAtAnyOperationLeavesTheFinishedFileOrWhatHadBe
                 Recording recording(separateTracks, [&](Recording& self) { self.disk.haltAt(n); });
                 recording.writer.reset();
                 recording.disk.crash(unsynced, n);
-                if (recording.disk.exists(kOutput)) {
-                    EXPECT_EQ(framesThere(FakeEncoder::samplesOf(recording.disk, kOutput)), kFrames);
-                    continue;
-                }
-                EXPECT_LE(n, count) << "what was saved is gone";
-                if (recording.settled == 0) continue;
-                const auto samples = recording.caf(kIncomplete / "stereo_talk.caf");
-                ASSERT_TRUE(samples) << "neither file is left";
-                EXPECT_GE(framesThere(*samples), recording.settled);
+                const bool isSaved = recording.disk.exists(kOutput);
+                EXPECT_TRUE(isSaved || n <= count) << "what was saved is gone";
+                const auto recovered = recover(recording);
+                EXPECT_EQ(recovered, !isSaved && recording.disk.exists(kOutput) ? 1U : 0U);
+                judgeAfterRecovery(recording, isSaved ? kFrames : recording.settled);
+                EXPECT_EQ(recover(recording), 0U);
+                judgeAfterRecovery(recording, isSaved ? kFrames : recording.settled);
             }
         }
     }

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "audio/CafFile.h"
+#include "audio/LeftoverSweep.h"
 #include "audio/RecordingFiles.h"
+#include "base/Log.h"
 #include "support/CrashingFiles.h"
 #include "support/FakeEncoder.h"
 
@@ -39,6 +41,7 @@ TEST_F(RecordingRecoveryTest, EveryInterruptedRecordingComesBackOnceWithAllItsFr
     leave("mic_monday.caf", 10);
     leave("sys_monday.caf", 10);
     disk.put(library / ".monday_mic.part", "half an encoded track");
+    disk.put(library / ".monday.part", "");
     leave("stereo_tuesday.caf", 100, 44100);
     EXPECT_EQ(recover(), (std::vector<Path>{"/recordings/monday.m4a", "/recordings/tuesday.m4a"}));
     EXPECT_EQ(framesOf("/recordings/monday.m4a"), 50000U);
@@ -102,30 +105,142 @@ TEST_F(RecordingRecoveryTest, WhatCannotBeFinishedStaysAndDoesNotHoldOthersUp) {
     EXPECT_EQ(disk.list(library).size(), 2U);
 }
 
-TEST_F(RecordingRecoveryTest, APowerFailureDuringRecoveryLosesNothing) {
-    for (std::uint64_t operation = 1; operation < 30; ++operation) {
-        CrashingFiles machine;
-        machine.makeFolders(incomplete);
-        machine.makeFolders(library);
-        {
-            CafWriter writer(machine.create(incomplete / "stereo_talk.caf"), {48000, 2});
-            writer.write(0, std::vector<float>(2 * 3000, 0.5F));
+TEST_F(RecordingRecoveryTest, WhatWasSavedUnderAnyNameLosesItsTemporaryFileAndIsNotAnnouncedAgain) {
+    for (const auto* name : {"talk.m4a", "talk_2.m4a", "talk_recovered_1.m4a", "talk_recovered_12.m4a"}) {
+        leave("stereo_other.caf", 5000);
+        ASSERT_EQ(recover().size(), 1U);
+        disk.move(library / "other.m4a", library / name);
+        leave("stereo_talk.caf", 5000);
+        EXPECT_TRUE(recover().empty());
+        EXPECT_TRUE(disk.list(incomplete).empty());
+        EXPECT_EQ(disk.list(library), std::vector<Path>{name});
+        leave("stereo_talk.caf", 7000);
+        EXPECT_EQ(recover().size(), 1U) << "another recording, by its length";
+        for (const auto& file : disk.list(library)) disk.remove(library / file);
+    }
+}
+
+TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {
+    disk.put(library / ".gone.part", std::string(4, '\0') + "ftypM4A half");
+    disk.put(library / ".gone_sys.part", std::string(500, '\0'));
+    disk.put(library / ".early_mic.part", "");
+    leave("mic_gone.caf", 10);
+    disk.put(incomplete / "sys_gone.caf", "");
+    disk.put(incomplete / "donemic_gone.caf", "x");
+    disk.put(incomplete / "stereo_blank.caf", std::string(100'000, '\0'));
+    EXPECT_TRUE(recover().empty());
+    EXPECT_TRUE(disk.list(incomplete).empty());
+    EXPECT_TRUE(disk.list(library).empty());
+}
+
+TEST_F(RecordingRecoveryTest, WhatOthersUseOrOwnIsNotSwept) {
+    const std::vector<Path> inLibrary{".download.part", ".elsewhere.part", ".live.part", ".live_mic.part",
+                                      ".x.partial"};
+    disk.put(library / ".download.part", "the beginning of something else");
+    disk.put(library / ".elsewhere.part", "");  // of a program with other folders
+    const auto elsewhere = disk.open(library / ".elsewhere.part", base::FileAccess::update);
+    ASSERT_TRUE(elsewhere->tryLock(library / ".elsewhere.part"));
+    for (const auto* name : {".live.part", ".live_mic.part", ".x.partial"}) disk.put(library / name, "");
+    for (const auto* name : {"stereo_live.caf", "mic_live.caf", "sys_live.caf", "done_old.caf"}) leave(name, 10);
+    const auto live = disk.open(incomplete / "stereo_live.caf", base::FileAccess::update);
+    const auto old = disk.open(incomplete / "done_old.caf", base::FileAccess::update);
+    ASSERT_TRUE(live->tryLock(incomplete / "stereo_live.caf") && old->tryLock(incomplete / "done_old.caf"));
+    EXPECT_TRUE(recover().empty());
+    EXPECT_EQ(sortedNames(disk, library), std::vector<std::string>(inLibrary.begin(), inLibrary.end()));
+    EXPECT_EQ(disk.list(incomplete).size(), 4U);
+}
+
+TEST_F(RecordingRecoveryTest, AFileThatCannotBeOpenedIsLoggedOnceALaunchAndOtherFilesAreNot) {
+    std::vector<std::string> lines;
+    base::setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+    disk.put(incomplete / "stereo_broken.caf", std::string(100, 'x'));
+    leave("stereo_empty.caf", 0);
+    for (int launch = 1; launch <= 2; ++launch) {
+        recover();
+        ASSERT_EQ(lines.size(), static_cast<std::size_t>(launch));
+        EXPECT_EQ(lines.back().find("[Recovery] Failed to finalize stereo_broken.caf: "), 0U) << lines.back();
+    }
+    base::setLogSink({});
+}
+
+/// A machine that crashed in a recording of 1100 frames with separate tracks, and what becomes of it.
+struct CrashedMachine {
+    CrashingFiles disk;
+    FakeEncoder encoders;
+    std::size_t announced = 0;
+    const Path incomplete = "/data/Incomplete", library = "/recordings";
+
+    explicit CrashedMachine(bool isNameTaken) {
+        disk.makeFolders(incomplete);
+        disk.makeFolders(library);
+        if (isNameTaken) disk.put(library / "talk.m4a", "a partial file");
+        for (const auto& [name, channels] : {std::pair{"stereo_", 2}, {"mic_", 1}, {"sys_", 1}}) {
+            CafWriter writer(disk.create(incomplete / (std::string(name) + "talk.caf")), {48000, channels});
+            writer.write(0, std::vector<float>(static_cast<std::size_t>(1100 * channels), 0.5F));
             writer.file().sync();
-            machine.syncFolder(incomplete);
         }
-        machine.failFrom(machine.operationCount() + operation, CrashingFiles::Fault::ioError);
-        recoverIncompleteFiles({machine, encoders, {}}, incomplete, library, {});
-        machine.heal();
-        machine.crash(CrashingFiles::Unsynced::prefix, operation);
-        recoverIncompleteFiles({machine, encoders, {}}, incomplete, library, {});
-        std::size_t whole = 0;
-        for (const auto& name : machine.list(library)) {
-            if (name.extension() != ".m4a") continue;
-            EXPECT_EQ(FakeEncoder::samplesOf(machine, library / name).size(), 6000U) << operation;
-            ++whole;
+        disk.syncFolder(incomplete);
+    }
+    std::uint64_t recover() {
+        const auto before = disk.operationCount();
+        announced += recoverIncompleteFiles({disk, encoders, {}}, incomplete, library, {}).size();
+        return disk.operationCount() - before;
+    }
+    /// A recovery during which the power fails.
+    void recoverUntil(std::uint64_t operation, CrashingFiles::Unsynced unsynced) {
+        disk.haltAt(disk.operationCount() + operation);
+        const auto before = announced;
+        recover();
+        if (disk.isHalted()) announced = before;
+        disk.crash(unsynced, operation);
+    }
+    void judge(bool isNameTaken) {
+        const std::string name = isNameTaken ? "talk_recovered_1.m4a" : "talk.m4a";
+        auto expected = std::vector<std::string>{name};
+        if (isNameTaken) expected.insert(expected.begin(), "talk.m4a");
+        EXPECT_EQ(sortedNames(disk, library), expected);
+        EXPECT_EQ(FakeEncoder::samplesOf(disk, library / name).size(), 2200U);
+        EXPECT_TRUE(disk.list(incomplete).empty());
+        EXPECT_LE(announced, 1U);
+    }
+};
+
+TEST(RecoveryPowerFailureTest, WhereverThePowerFailsTwiceTheRecordingComesBackWholeAndOnce) {
+    using Unsynced = CrashingFiles::Unsynced;
+    for (const bool isNameTaken : {false, true}) {
+        const auto count = CrashedMachine(isNameTaken).recover();
+        ASSERT_GT(count, 8U);
+        for (const auto unsynced : {Unsynced::lost, Unsynced::prefix, Unsynced::zeros, Unsynced::kept}) {
+            for (std::uint64_t first = 1; first <= count + 1; ++first) {
+                for (std::uint64_t second = 1 + first % 4; second <= count + 1 && !::testing::Test::HasFailure();
+                     second += 4) {
+                    SCOPED_TRACE(std::to_string(first) + ", then " + std::to_string(second) + ", kind " +
+                                 std::to_string(static_cast<int>(unsynced)) + (isNameTaken ? ", name taken" : ""));
+                    CrashedMachine machine(isNameTaken);
+                    machine.recoverUntil(first, unsynced);
+                    machine.recoverUntil(second, unsynced);
+                    machine.recover();
+                    machine.judge(isNameTaken);
+                    machine.recover();
+                    machine.judge(isNameTaken);
+                }
+            }
         }
-        EXPECT_GE(whole, 1U) << "at operation " << operation;
-        EXPECT_TRUE(machine.list(incomplete).empty()) << "at operation " << operation;
+    }
+}
+
+TEST(RecoveryPowerFailureTest, AnOperationThatFailsOnceDelaysTheRecordingAtMostToTheNextLaunch) {
+    for (const bool isNameTaken : {false, true}) {
+        const auto count = CrashedMachine(isNameTaken).recover();
+        for (std::uint64_t operation = 1; operation <= count; ++operation) {
+            SCOPED_TRACE("operation " + std::to_string(operation));
+            CrashedMachine machine(isNameTaken);
+            machine.disk.failAt(machine.disk.operationCount() + operation, CrashingFiles::Fault::ioError);
+            machine.recover();
+            machine.recover();
+            machine.judge(isNameTaken);
+            EXPECT_EQ(machine.announced, 1U);
+        }
     }
 }
 

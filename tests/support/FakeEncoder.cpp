@@ -3,11 +3,28 @@
 #include <algorithm>
 #include <cstring>
 #include <span>
+#include <string>
+#include <string_view>
 
 namespace tessivox::testing {
 namespace {
 
-constexpr std::uint32_t kFinished = 0x646f6e65;
+using namespace std::string_view_literals;
+
+/// Where the box of the media data begins, and where its contents do.
+constexpr std::size_t kMediaAt = 16, kSamplesAt = 24;
+constexpr auto kStart =
+    "\0\0\0\x10"
+    "ftypM4A \0\0\0\0"
+    "\0\0\0\0"
+    "mdat"sv;
+static_assert(kStart.size() == kSamplesAt);
+
+std::string bigEndian(std::uint32_t number) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift & 0xff);
+    return bytes;
+}
 
 constexpr std::size_t kPacket = audio::PacketEncoder::kPacketFrames;
 
@@ -40,11 +57,12 @@ private:
     }
 };
 
+/// An MPEG-4 file whose media data are the samples; the size of that box, and the index, come at the end.
 class PacketFile final : public audio::PacketFile {
 public:
-    PacketFile(std::unique_ptr<base::File> file, std::uint64_t missing) : file_(std::move(file)), missing_(missing) {
-        const std::uint32_t unfinished = 0;
-        file_->append(std::as_bytes(std::span(&unfinished, 1)));
+    PacketFile(std::unique_ptr<base::File> file, const audio::AudioEncoding& encoding, std::uint64_t missing)
+        : file_(std::move(file)), rate_(static_cast<std::uint32_t>(encoding.sampleRate)), missing_(missing) {
+        file_->append(std::as_bytes(std::span(kStart)));
     }
     void write(const audio::AudioPackets& packets) override {
         if (packets.packets.empty()) return;
@@ -54,14 +72,23 @@ public:
         file_->append(std::span(packets.bytes).subspan(priming));
     }
     std::uint64_t finish() override {
-        file_->writeAt(0, std::as_bytes(std::span(&kFinished, 1)));
+        const auto playable = frames_ - std::min(frames_, std::uint64_t{kPacket}) - missing_;
+        const auto size = static_cast<std::uint32_t>(file_->size() - kMediaAt);
+        std::string index;
+        for (const std::uint32_t number : {36U, 0x6d6f6f76U, 28U, 0x6d766864U, 0U, 0U, 0U, rate_})
+            index += bigEndian(number);
+        index += bigEndian(static_cast<std::uint32_t>(playable));
+        file_->append(std::as_bytes(std::span(index)));
+        const auto sizeField = bigEndian(size);
+        file_->writeAt(kMediaAt, std::as_bytes(std::span(sizeField)));
         file_->sync();
         file_.reset();
-        return frames_ - std::min(frames_, std::uint64_t{kPacket}) - missing_;
+        return playable;
     }
 
 private:
     std::unique_ptr<base::File> file_;
+    std::uint32_t rate_;
     std::uint64_t missing_;
     std::uint64_t frames_ = 0;
     bool isPrimed_ = false;
@@ -98,16 +125,18 @@ std::unique_ptr<audio::PacketFile> FakeEncoder::makeFile(std::unique_ptr<base::F
                                                          const audio::AudioEncoding& encoding) {
     opened.push_back(encoding);
     if (encoding.channels == refusedChannels) throw base::Error("FakeEncoder", 1, "The encoder was told to fail.");
-    return std::make_unique<PacketFile>(std::move(file), missingFrames);
+    return std::make_unique<PacketFile>(std::move(file), encoding, missingFrames);
 }
 
 std::vector<float> FakeEncoder::samplesOf(base::Files& files, const std::filesystem::path& path) {
     const auto bytes = files.readAll(path, std::size_t{1} << 30);
-    std::uint32_t mark = 0;
-    std::memcpy(&mark, bytes.data(), sizeof mark);
-    if (mark != kFinished) throw base::Error("FakeEncoder", 2, "The file was not finished.");
-    std::vector<float> samples((bytes.size() - sizeof mark) / sizeof(float));
-    std::memcpy(samples.data(), bytes.data() + sizeof mark, samples.size() * sizeof(float));
+    std::size_t size = 0;
+    for (const char byte : bytes.substr(std::min(kMediaAt, bytes.size()), 4))
+        size = size << 8 | static_cast<unsigned char>(byte);
+    if (size < kSamplesAt - kMediaAt || bytes.size() < kMediaAt + size)
+        throw base::Error("FakeEncoder", 2, "The file was not finished.");
+    std::vector<float> samples((kMediaAt + size - kSamplesAt) / sizeof(float));
+    std::memcpy(samples.data(), bytes.data() + kSamplesAt, samples.size() * sizeof(float));
     return samples;
 }
 

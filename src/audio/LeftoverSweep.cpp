@@ -1,0 +1,90 @@
+#include "audio/LeftoverSweep.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "audio/RecordingFiles.h"
+
+namespace tessivox::audio {
+namespace {
+
+class Sweep {
+public:
+    Sweep(base::Files& files, const std::filesystem::path& incompleteFolder,
+          const std::filesystem::path& recordingsFolder)
+        : files_(files), incompleteFolder_(incompleteFolder), recordingsFolder_(recordingsFolder) {}
+
+    void run() {
+        for (const auto& name : sortedNames(files_, incompleteFolder_)) {
+            if (isSuperfluous(name)) remove(incompleteFolder_ / name);
+        }
+        for (const auto& name : sortedNames(files_, recordingsFolder_)) {
+            const auto bases = RecordingFiles::basesOfHidden(name);
+            if (bases.empty() || std::ranges::any_of(bases, [this](const auto& base) { return isOpen(base); }))
+                continue;
+            if (isUnfinishedOutput(recordingsFolder_ / name)) remove(recordingsFolder_ / name);
+        }
+    }
+
+private:
+    base::Files& files_;
+    const std::filesystem::path& incompleteFolder_;
+    const std::filesystem::path& recordingsFolder_;
+
+    /// Whether a recording still has its stereo file, which is made first. Whoever takes that away needs the others no
+    /// more, so they are nobody's at any age.
+    bool isOpen(const std::string& base) const {
+        const RecordingFiles names(incompleteFolder_, recordingsFolder_ / (base + ".m4a"));
+        return files_.exists(names.temporary(Track::stereo));
+    }
+    bool isSuperfluous(const std::string& name) const {
+        if (RecordingFiles::isDiscarded(name)) return true;
+        const auto base = RecordingFiles::baseOfSeparateTrack(name);
+        return base && !isOpen(*base);
+    }
+    /// The user may have chosen a folder where others keep hidden files of such names: ours begin like an .m4a, or, if
+    /// the power failed, hold nothing yet.
+    bool isUnfinishedOutput(const std::filesystem::path& path) const {
+        std::array<std::byte, 12> start{};
+        try {
+            const auto file = files_.open(path, base::FileAccess::read);
+            if (file->readAt(0, start) < start.size()) return true;
+        } catch (const base::FileError&) {
+            return false;
+        }
+        return std::ranges::all_of(start, [](std::byte byte) { return byte == std::byte{0}; }) ||
+               std::memcmp(start.data() + 4, "ftypM4A ", 8) == 0;
+    }
+    void remove(const std::filesystem::path& path) {
+        try {
+            const auto lock = files_.open(path, base::FileAccess::update);
+            if (lock->tryLock(path)) files_.remove(path);
+        } catch (const base::FileError&) {
+            // It has another chance at the next launch.
+        }
+    }
+};
+
+}  // namespace
+
+std::vector<std::string> sortedNames(const base::Files& files, const std::filesystem::path& folder) {
+    std::vector<std::string> names;
+    try {
+        for (const auto& name : files.list(folder)) names.push_back(name.native());
+    } catch (const base::FileError&) {
+        // No folder, no files.
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+void sweepLeftovers(base::Files& files, const std::filesystem::path& incompleteFolder,
+                    const std::filesystem::path& recordingsFolder) {
+    Sweep(files, incompleteFolder, recordingsFolder).run();
+}
+
+}  // namespace tessivox::audio

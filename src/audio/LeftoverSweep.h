@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/ports/Files.h"
+
+namespace tessivox::audio {
+
+/// Removes what recordings have left behind that came to their end some other way: temporary files that were only to be
+/// removed, those of single sources without their stereo file, and hidden files in the recordings folder whose
+/// recording has no temporary file any more. What another process has locked stays. Ignores failures. Any thread.
+void sweepLeftovers(base::Files& files, const std::filesystem::path& incompleteFolder,
+                    const std::filesystem::path& recordingsFolder);
+
+/// The names in a folder in alphabetical order; none if it cannot be listed.
+std::vector<std::string> sortedNames(const base::Files& files, const std::filesystem::path& folder);
+
+}  // namespace tessivox::audio
