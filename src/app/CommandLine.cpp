@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <span>
 #include <utility>
 
@@ -21,6 +22,8 @@ using base::filled;
 using base::localized;
 using Arguments = std::span<const std::string>;
 
+/// What stands behind it is a name, whatever it looks like.
+constexpr std::string_view kEndOfOptions = "--";
 constexpr std::int64_t kLongestRecording = std::int64_t{1000} * 3600;  // seconds
 constexpr std::size_t kLongestBaseName = 243;                          // bytes, so that the names of all its files fit
 
@@ -31,6 +34,21 @@ struct Option {
     std::string_view expected;  ///< what its value has to be; empty if it takes none
     /// Stores the value; false if it makes no sense.
     std::function<bool(Options&, const std::string& value)> take;
+};
+
+/// One name that a command takes without an option, in its place.
+template <typename Options>
+struct Operand {
+    std::string_view name;
+    std::function<void(Options&, const std::string& value)> take;
+};
+
+/// What a command understands.
+template <typename Options>
+struct Syntax {
+    std::string_view command;
+    std::vector<Option<Options>> options;
+    std::vector<Operand<Options>> operands;
 };
 
 template <typename Value>
@@ -52,8 +70,8 @@ std::optional<MicrophoneChoice> microphoneChoice(const std::string& text) {
     return MicrophoneChoice{MicrophoneChoice::Kind::named, text};
 }
 
-const std::vector<Option<RecordOptions>>& recordOptions() {
-    static const std::vector<Option<RecordOptions>> kOptions{
+Syntax<RecordOptions> recordSyntax() {
+    std::vector<Option<RecordOptions>> known{
         {"--for", "a duration like 30s, 5m, 1h30m or 90",
          [](auto& options, auto& value) { return store(options.length, parseDuration(value)); }},
         {"--output", "a file name that ends in .m4a",
@@ -69,23 +87,41 @@ const std::vector<Option<RecordOptions>>& recordOptions() {
          [](auto& options, auto& value) { return store(options.quality, core::audioQuality(value)); }},
         {"--separate-tracks", "", [](auto& options, auto&) { return options.savesSeparateTracks = true; }},
     };
-    return kOptions;
+    return {"record", std::move(known), {}};
 }
 
-const std::vector<Option<DevicesOptions>>& devicesOptions() {
-    static const std::vector<Option<DevicesOptions>> kOptions{
-        {"--json", "", [](auto& options, auto&) { return options.asJSON = true; }},
-    };
-    return kOptions;
+Syntax<DevicesOptions> devicesSyntax() {
+    return {"devices", {{"--json", "", [](auto& options, auto&) { return options.asJSON = true; }}}, {}};
 }
+
+Syntax<RunOptions> runSyntax() {
+    return {"run", {{"--headless", "", [](auto& options, auto&) { return options.isHeadless = true; }}}, {}};
+}
+
+Syntax<ListOptions> listSyntax() {
+    return {"list", {{"--json", "", [](auto& options, auto&) { return options.asJSON = true; }}}, {}};
+}
+
+Syntax<RenameOptions> renameSyntax() {
+    return {"rename",
+            {},
+            {{"FILE", [](auto& options, auto& value) { options.file = value; }},
+             {"NAME", [](auto& options, auto& value) { options.name = value; }}}};
+}
+
+Syntax<TrashOptions> trashSyntax() {
+    return {"trash", {}, {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
+}
+
+Syntax<RecoverOptions> recoverSyntax() { return {"recover", {}, {}}; }
 
 UsageError usage(std::string_view english, std::initializer_list<std::string_view> values) {
     return {filled(localized(english), values)};
 }
 
-/// Understands the first argument, with its value, and takes them off; absent if they make sense.
+/// Understands the option that comes first, with its value, and takes them off; absent if they make sense.
 template <typename Options>
-std::optional<UsageError> parseOne(Arguments& rest, const std::vector<Option<Options>>& known, Options& options) {
+std::optional<UsageError> parseOption(Arguments& rest, const std::vector<Option<Options>>& known, Options& options) {
     const std::string argument = rest.front();
     rest = rest.subspan(1);
     const auto equals = argument.starts_with("--") ? argument.find('=') : std::string::npos;
@@ -107,36 +143,83 @@ std::optional<UsageError> parseOne(Arguments& rest, const std::vector<Option<Opt
     return usage("\"{0}\" is no value for {1}: give {2}.", {value, name, option->expected});
 }
 
+/// Understands the names that a command takes, all of which it needs.
 template <typename Options>
-Command parseOptions(Arguments rest, const std::vector<Option<Options>>& known) {
-    Options options;
-    while (!rest.empty()) {
-        if (auto problem = parseOne(rest, known, options)) return std::move(*problem);
+std::optional<UsageError> parseOperands(const std::vector<std::string>& given, const Syntax<Options>& syntax,
+                                        Options& options) {
+    const auto& operands = syntax.operands;
+    for (std::size_t place = 0; place < operands.size(); ++place) {
+        if (place >= given.size() || given[place].empty())
+            return usage("tessivox {0} needs {1}; see --help.", {syntax.command, operands[place].name});
+        operands[place].take(options, given[place]);
     }
+    if (given.size() <= operands.size()) return std::nullopt;
+    if (operands.empty()) return usage("\"{0}\" is not an option of this command; see --help.", {given.front()});
+    return usage("\"{0}\" is one name too many: put a name with spaces in quotes.", {given[operands.size()]});
+}
+
+template <typename Options>
+Command parseWith(const Syntax<Options>& syntax, Arguments rest) {
+    Options options;
+    std::vector<std::string> operands;
+    while (!rest.empty() && rest.front() != kEndOfOptions) {
+        if (rest.front().starts_with('-') && rest.front() != "-") {
+            if (auto problem = parseOption(rest, syntax.options, options)) return std::move(*problem);
+        } else {
+            operands.push_back(rest.front());
+            rest = rest.subspan(1);
+        }
+    }
+    if (!rest.empty()) operands.insert(operands.end(), rest.begin() + 1, rest.end());
+    if (auto problem = parseOperands(operands, syntax, options)) return std::move(*problem);
     return options;
 }
 
 Command parseRecord(Arguments rest) {
-    auto command = parseOptions(rest, recordOptions());
+    auto command = parseWith(recordSyntax(), rest);
     const auto* options = std::get_if<RecordOptions>(&command);
     if (!options || !options->output) return command;
     if (auto problem = outputNameProblem(*options->output)) return UsageError{std::move(*problem)};
     return command;
 }
 
+Command parseRun(Arguments rest) {
+    auto command = parseWith(runSyntax(), rest);
+    const auto* options = std::get_if<RunOptions>(&command);
+    if (options && !options->isHeadless)
+        return usage("This version has no windows yet: start it with tessivox run --headless.", {});
+    return command;
+}
+
+struct KnownCommand {
+    std::string_view name;
+    std::string_view help;
+    Command (*parse)(Arguments rest);
+};
+
+constexpr KnownCommand kCommands[] = {
+    {"record", kRecordHelp, parseRecord},
+    {"list", kListHelp, [](Arguments rest) { return parseWith(listSyntax(), rest); }},
+    {"rename", kRenameHelp, [](Arguments rest) { return parseWith(renameSyntax(), rest); }},
+    {"trash", kTrashHelp, [](Arguments rest) { return parseWith(trashSyntax(), rest); }},
+    {"recover", kRecoverHelp, [](Arguments rest) { return parseWith(recoverSyntax(), rest); }},
+    {"run", kRunHelp, parseRun},
+    {"devices", kDevicesHelp, [](Arguments rest) { return parseWith(devicesSyntax(), rest); }},
+};
+
 bool asksForHelp(const std::string& argument) { return argument == "--help" || argument == "-h"; }
 
 Command parseCommand(Arguments arguments) {
     if (arguments.empty()) return usage("Say what to do: tessivox record, or tessivox --help for more.", {});
     const auto& name = arguments.front();
-    const auto rest = arguments.subspan(1);
-    const bool wantsHelp = std::ranges::any_of(arguments, asksForHelp);
-    if (name == "record") return wantsHelp ? Command(Information{std::string(kRecordHelp)}) : parseRecord(rest);
-    if (name == "devices")
-        return wantsHelp ? Command(Information{std::string(kDevicesHelp)}) : parseOptions(rest, devicesOptions());
+    const auto optionsEnd = std::ranges::find(arguments, kEndOfOptions);
+    const bool wantsHelp = std::any_of(arguments.begin(), optionsEnd, asksForHelp);
+    const auto* known = std::ranges::find(kCommands, name, &KnownCommand::name);
+    if (known != std::end(kCommands))
+        return wantsHelp ? Command(Information{std::string(known->help)}) : known->parse(arguments.subspan(1));
     if (wantsHelp) return Information{std::string(kMainHelp)};
     if (name == "--version") return Information{"tessivox " TESSIVOX_VERSION "\n"};
-    return usage("\"{0}\" is not a command: give record or devices; see tessivox --help.", {name});
+    return usage("\"{0}\" is not a command; see tessivox --help.", {name});
 }
 
 /// The count before the next unit, which it takes off; absent if the text does not go on with one.
@@ -155,7 +238,10 @@ std::optional<std::int64_t> takeCount(std::string_view& text, char unit) {
 
 CommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     auto others = arguments;
-    const bool isVerbose = std::erase(others, "--verbose") > 0;
+    const auto optionsEnd = std::ranges::find(others, kEndOfOptions);
+    const auto kept = std::remove(others.begin(), optionsEnd, "--verbose");
+    const bool isVerbose = kept != optionsEnd;
+    others.erase(kept, optionsEnd);
     return {parseCommand(others), isVerbose};
 }
 

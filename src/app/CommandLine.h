@@ -36,6 +36,30 @@ struct DevicesOptions {
     bool asJSON = false;
 };
 
+/// `tessivox run`: the program itself, until it is told to end.
+struct RunOptions {
+    bool isHeadless = false;
+};
+
+/// `tessivox list`.
+struct ListOptions {
+    bool asJSON = false;
+};
+
+/// `tessivox rename`. The file is as it was given; the name is the title that the recording is to have.
+struct RenameOptions {
+    std::filesystem::path file;
+    std::string name;
+};
+
+/// `tessivox trash`. The file is as it was given.
+struct TrashOptions {
+    std::filesystem::path file;
+};
+
+/// `tessivox recover`.
+struct RecoverOptions {};
+
 /// A text that was asked for.
 struct Information {
     std::string text;
@@ -46,7 +70,8 @@ struct UsageError {
     std::string sentence;
 };
 
-using Command = std::variant<RecordOptions, DevicesOptions, Information, UsageError>;
+using Command = std::variant<RecordOptions, DevicesOptions, RunOptions, ListOptions, RenameOptions, TrashOptions,
+                             RecoverOptions, Information, UsageError>;
 
 struct CommandLine {
     Command command;

@@ -6,12 +6,15 @@
 
 #include "app/DevicesCommand.h"
 #include "app/Headless.h"
+#include "app/HeadlessApp.h"
+#include "app/InstanceLock.h"
 #include "app/RecordCommand.h"
 #include "audio/AudioLevelMonitor.h"
 #include "audio/AudioRecorder.h"
 #include "audio/RecordingFiles.h"
 #include "audio/StereoAudioWriter.h"
 #include "base/TaskScope.h"
+#include "base/Text.h"
 #include "core/AppSettings.h"
 #include "core/AppState.h"
 #include "core/JsonPreferences.h"
@@ -80,6 +83,20 @@ ExitCode Composition::listDevices(const DevicesOptions& options) {
     base::TaskScope scope(loop_);
     scope.start(finishWith(app::listDevices(options, devices, console_)));
     loop_.run();
+    return code_;
+}
+
+ExitCode Composition::run() {
+    const auto lock = takeInstanceLock(files_, posix::runtimeFolder(posix::processEnvironment()), folders_.state);
+    if (!lock) {
+        console_.message(base::localized("Tessivox is already running."));
+        return ExitCode::done;
+    }
+    ffmpeg::redirectLog();
+    HeadlessApp app({loop_, files_, folders_, console_, [this] { finish(ExitCode::done); }});
+    interrupt_ = [&app] { app.terminateNow(); };
+    loop_.run();
+    interrupt_ = nullptr;
     return code_;
 }
 

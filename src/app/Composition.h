@@ -26,6 +26,8 @@ public:
 
     ExitCode record(const RecordOptions& options);
     ExitCode listDevices(const DevicesOptions& options);
+    /// The program itself, without windows, until a signal ends it.
+    ExitCode run();
 
 private:
     posix::EventLoop loop_;

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
 
+#include "app/Console.h"
 #include "base/Error.h"
 #include "base/Text.h"
+#include "core/ports/Alerts.h"
 #include "core/ports/FolderChooser.h"
 #include "core/ports/LoginItem.h"
 
@@ -17,6 +20,21 @@ public:
     base::Task<std::optional<std::filesystem::path>> chooseFolder(std::string, std::string) override {
         co_return std::nullopt;
     }
+};
+
+/// Where nobody can be asked, a question is told and answered by what loses nothing.
+class HeadlessAlerts final : public core::Alerts {
+public:
+    explicit HeadlessAlerts(Console& console) : console_(console) {}
+
+    base::Task<std::size_t> show(core::Alert alert) override {
+        console_.message(alert.message);
+        if (!alert.text.empty()) console_.message(alert.text);
+        co_return alert.safeChoice;
+    }
+
+private:
+    Console& console_;
 };
 
 /// A command never becomes part of the desktop's session.

@@ -8,8 +8,13 @@ inline constexpr std::string_view kMainHelp =
     R"(Tessivox records meetings: your microphone left, the computer's sound right.
 
 Usage:
-  tessivox record [options]    record until q, Ctrl-C or --for ends it
-  tessivox devices [--json]    list the microphones
+  tessivox record [options]     record until q, Ctrl-C or --for ends it
+  tessivox list [--json]        list the recordings, newest first
+  tessivox rename FILE NAME     give a recording another name
+  tessivox trash FILE           move a recording to the trash
+  tessivox recover              finish recordings that were interrupted
+  tessivox run --headless       stay ready in the background
+  tessivox devices [--json]     list the microphones
   tessivox --version
 
 Options of every command:
@@ -60,6 +65,80 @@ Options:
   --verbose    tell on standard error what happens inside
 
 Exit status: 0 listed, 1 no sound server, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kRunHelp =
+    R"(Starts the program and lets it run until it is told to end. Interrupted recordings are finished first, in the
+background. Only one runs for each user; a second one says so and ends.
+
+Usage:
+  tessivox run --headless
+
+Options:
+  --headless   without windows and status icon; what would be asked is written to standard error and answered so that
+               nothing is lost
+  --verbose    tell on standard error what happens inside
+
+Ctrl-C, SIGTERM and SIGHUP end it at once. A recording that runs is not stopped; the next start finishes it.
+
+Exit status: 0 ended or already running, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kListHelp =
+    R"(Lists the recordings in the recordings folder with date, duration, title, size and what belongs to them, newest first.
+
+Usage:
+  tessivox list [--json]
+
+Options:
+  --json       print one JSON array instead, an object for each recording
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 listed, 1 the folder cannot be read, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kRenameHelp =
+    R"(Gives a recording another name, and everything that belongs to it: transcript, summary and separate tracks.
+
+Usage:
+  tessivox rename FILE NAME
+
+  FILE         the recording's .m4a file
+  NAME         its new name, without folder and ending
+
+Options:
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 renamed, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kTrashHelp =
+    R"(Moves a recording to the trash, with everything that belongs to it: transcript, summary and separate tracks.
+
+Usage:
+  tessivox trash FILE
+
+  FILE         the recording's .m4a file
+
+Options:
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 in the trash, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kRecoverHelp =
+    R"(Finishes the recordings that a crash, a kill or a power failure interrupted, and prints the path of each. What another
+program records just now is left alone. The start of `tessivox run` does the same.
+
+Usage:
+  tessivox recover
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 nothing is left to recover, 1 failed, 2 wrong usage.
 )";
 
 }  // namespace tessivox::app

@@ -59,6 +59,28 @@ TEST(CommandLineTest, FindsVerboseAndHelpAnywhere) {
     EXPECT_EQ(parsedAs<Information>({"--version"}).text.substr(0, 9), "tessivox ");
 }
 
+TEST(CommandLineTest, TakesNamesOfAnyLookBehindTwoDashes) {
+    const auto renaming = parsedAs<RenameOptions>({"rename", "a talk.m4a", "--verbose", "The talk"});
+    EXPECT_EQ(renaming.file, "a talk.m4a");
+    EXPECT_EQ(renaming.name, "The talk");
+    for (const std::string name : {"--help", "--verbose", "--", "-a.m4a", "x=\n"}) {
+        const Arguments arguments{"trash", "--", name};
+        EXPECT_EQ(parsedAs<TrashOptions>(arguments).file, name);
+        EXPECT_FALSE(parseCommandLine(arguments).isVerbose);
+    }
+    EXPECT_EQ(parsedAs<TrashOptions>({"trash", "-"}).file, "-");
+    EXPECT_TRUE(parsedAs<ListOptions>({"list", "--json"}).asJSON);
+    EXPECT_TRUE(parsedAs<RunOptions>({"run", "--headless"}).isHeadless);
+}
+
+TEST(CommandLineTest, ExplainsEveryCommandThatItsHelpLists) {
+    const auto text = parsedAs<Information>({"--help"}).text;
+    for (const std::string name : {"record", "list", "rename", "trash", "recover", "run", "devices"}) {
+        EXPECT_NE(text.find("tessivox " + name), std::string::npos) << name;
+        EXPECT_NE(parsedAs<Information>({name, "--help"}).text.find("Usage:\n  tessivox " + name), std::string::npos);
+    }
+}
+
 TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
     const std::vector<std::pair<Arguments, std::string>> cases{
         {{}, "tessivox record"},
@@ -77,6 +99,15 @@ TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
         {{"record", "--mic="}, "default or none"},
         {{"record", "--output="}, ".m4a"},
         {{"record", "--output", "a.wav"}, ".m4a"},
+        {{"run"}, "tessivox run --headless"},
+        {{"run", "now"}, "\"now\""},
+        {{"list", "--headless"}, "\"--headless\""},
+        {{"recover", "a.m4a"}, "\"a.m4a\""},
+        {{"trash"}, "tessivox trash needs FILE"},
+        {{"trash", ""}, "tessivox trash needs FILE"},
+        {{"trash", "-a.m4a"}, "\"-a.m4a\""},
+        {{"trash", "Team", "talk.m4a"}, "in quotes"},
+        {{"rename", "a.m4a"}, "tessivox rename needs NAME"},
     };
     for (const auto& [arguments, expected] : cases) {
         const auto problem = problemOf(arguments);

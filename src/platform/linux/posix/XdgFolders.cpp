@@ -86,4 +86,8 @@ base::StandardFolders standardFolders(const Environment& environment) {
     return folders;
 }
 
+std::optional<Path> runtimeFolder(const Environment& environment) {
+    return absolutePath(environment, "XDG_RUNTIME_DIR");
+}
+
 }  // namespace tessivox::posix

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,5 +18,8 @@ Environment processEnvironment();
 /// The user's folders by the XDG Base Directory Specification 0.8 and user-dirs.dirs(5). Relative values are ignored,
 /// as they ask. Without HOME, the home folder of the user database.
 base::StandardFolders standardFolders(const Environment& environment);
+
+/// The session's folder for sockets and locks, XDG_RUNTIME_DIR; absent where there is none. It may not exist.
+std::optional<std::filesystem::path> runtimeFolder(const Environment& environment);
 
 }  // namespace tessivox::posix
