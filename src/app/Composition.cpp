@@ -9,21 +9,27 @@
 #include "app/HeadlessApp.h"
 #include "app/InstanceLock.h"
 #include "app/RecordCommand.h"
+#include "app/RecoverCommand.h"
 #include "audio/AudioLevelMonitor.h"
 #include "audio/AudioRecorder.h"
 #include "audio/RecordingFiles.h"
 #include "audio/StereoAudioWriter.h"
 #include "base/TaskScope.h"
 #include "base/Text.h"
+#include "base/Uuid.h"
 #include "core/AppSettings.h"
 #include "core/AppState.h"
 #include "core/JsonPreferences.h"
 #include "core/PreferencesOverlay.h"
+#include "library/RecordingStorage.h"
+#include "library/Trash.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
+#include "platform/linux/ffmpeg/FfmpegLengths.h"
 #include "platform/linux/ffmpeg/MediaError.h"
 #include "platform/linux/ffmpeg/SwrConverter.h"
 #include "platform/linux/posix/Memory.h"
 #include "platform/linux/posix/PosixLocalTime.h"
+#include "platform/linux/posix/RandomBytes.h"
 #include "platform/linux/posix/XdgFolders.h"
 #include "platform/linux/pulse/PulseAudioDevices.h"
 #include "platform/linux/pulse/PulseCaptureBackend.h"
@@ -32,6 +38,21 @@
 namespace tessivox::app {
 
 namespace {
+
+/// The settings as a command sees them: what it sets holds for itself only.
+struct CommandSettings {
+    core::JsonPreferences stored;
+    core::PreferencesOverlay preferences{stored};
+    HeadlessFolderChooser chooser;
+    HeadlessLoginItem loginItem;
+    core::AppSettings settings;
+
+    CommandSettings(base::Files& files, base::Scheduler& scheduler, const base::StandardFolders& folders,
+                    Console& console)
+        : stored(files, scheduler, folders.configuration / "Tessivox" / "settings.json",
+                 [&console](const std::string& sentence) { console.message(sentence); }),
+          settings(preferences, files, folders, chooser, loginItem) {}
+};
 
 bool isIgnored(int signal) {
     struct sigaction found {};
@@ -72,18 +93,77 @@ void Composition::leaveAtOnce() {
 }
 
 base::Task<void> Composition::finishWith(base::Task<ExitCode> command) {
-    const auto code = co_await command;
+    auto code = ExitCode::failed;
+    try {
+        code = co_await command;
+    } catch (const base::Error& error) {
+        console_.message(error.description());
+    }
     finish(code);
 }
 
+ExitCode Composition::runTask(base::Task<ExitCode> command) {
+    if (!interrupt_) interrupt_ = [this] { leaveAtOnce(); };
+    base::TaskScope scope(loop_);
+    scope.start(finishWith(std::move(command)));
+    loop_.run();
+    interrupt_ = nullptr;
+    return code_;
+}
+
 ExitCode Composition::listDevices(const DevicesOptions& options) {
-    interrupt_ = [this] { leaveAtOnce(); };
     pulse::SoundServerLink server(loop_);
     pulse::PulseAudioDevices devices(server);
-    base::TaskScope scope(loop_);
-    scope.start(finishWith(app::listDevices(options, devices, console_)));
-    loop_.run();
-    return code_;
+    return runTask(app::listDevices(options, devices, console_));
+}
+
+ExitCode Composition::withLibrary(core::AppSettings& settings,
+                                  const std::function<base::Task<ExitCode>(LibraryCommands&)>& command) {
+    ffmpeg::redirectLog();
+    posix::PosixLocalTime localTime;
+    ffmpeg::FfmpegLengths lengths;
+    library::Trash trash(files_, localTime, loop_, folders_.applicationSupport);
+    const auto makeID = [] { return base::makeUuid(posix::fillRandom); };
+    library::RecordingStorage storage({loop_, files_, settings, trash, lengths, makeID});
+    LibraryCommands commands({files_, localTime, storage, settings.recordingsDirectoryPath.get(), console_});
+    return runTask(command(commands));
+}
+
+ExitCode Composition::list(const ListOptions& options) {
+    CommandSettings stored(files_, loop_, folders_, console_);
+    return withLibrary(stored.settings, [&](LibraryCommands& commands) { return commands.list(options.asJSON); });
+}
+
+ExitCode Composition::changeRecording(
+    const std::filesystem::path& file,
+    const std::function<base::Task<ExitCode>(LibraryCommands&, std::filesystem::path)>& change) {
+    CommandSettings stored(files_, loop_, folders_, console_);
+    const auto meant = meantRecording(files_, stored.settings.recordingsDirectoryPath.get(), file);
+    // A recording may lie anywhere; its folder is the library then.
+    stored.settings.recordingsDirectoryPath.set(meant.parent_path().string());
+    return withLibrary(stored.settings, [&](LibraryCommands& commands) { return change(commands, meant); });
+}
+
+ExitCode Composition::rename(const RenameOptions& options) {
+    return changeRecording(options.file, [&](LibraryCommands& commands, std::filesystem::path meant) {
+        return commands.rename(std::move(meant), options.name);
+    });
+}
+
+ExitCode Composition::trash(const TrashOptions& options) {
+    return changeRecording(options.file, [](LibraryCommands& commands, std::filesystem::path meant) {
+        return commands.trash(std::move(meant));
+    });
+}
+
+ExitCode Composition::recover() {
+    ffmpeg::redirectLog();
+    CommandSettings stored(files_, loop_, folders_, console_);
+    ffmpeg::AacEncoderFactory encoders;
+    RecoveryRun recovery(loop_, files_, encoders);
+    interrupt_ = [&recovery] { recovery.stop(); };
+    return runTask(recoverCommand(recovery, audio::incompleteFolder(folders_),
+                                  stored.settings.recordingsDirectoryPath.get(), console_));
 }
 
 ExitCode Composition::run() {
@@ -102,12 +182,8 @@ ExitCode Composition::run() {
 
 ExitCode Composition::record(const RecordOptions& options) {
     ffmpeg::redirectLog();
-    core::JsonPreferences stored(files_, loop_, folders_.configuration / "Tessivox" / "settings.json",
-                                 [this](const std::string& sentence) { console_.message(sentence); });
-    core::PreferencesOverlay preferences(stored);
-    HeadlessFolderChooser chooser;
-    HeadlessLoginItem loginItem;
-    core::AppSettings settings(preferences, files_, folders_, chooser, loginItem);
+    CommandSettings stored(files_, loop_, folders_, console_);
+    auto& settings = stored.settings;
     core::AppState state(loop_);
 
     posix::PosixLocalTime localTime;

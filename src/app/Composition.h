@@ -1,11 +1,13 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 
 #include "app/CommandLine.h"
 #include "app/ExitCode.h"
+#include "app/LibraryCommands.h"
 #include "app/TerminalConsole.h"
 #include "base/StandardFolders.h"
 #include "base/Task.h"
@@ -26,6 +28,10 @@ public:
 
     ExitCode record(const RecordOptions& options);
     ExitCode listDevices(const DevicesOptions& options);
+    ExitCode list(const ListOptions& options);
+    ExitCode rename(const RenameOptions& options);
+    ExitCode trash(const TrashOptions& options);
+    ExitCode recover();
     /// The program itself, without windows, until a signal ends it.
     ExitCode run();
 
@@ -44,6 +50,12 @@ private:
     void finish(ExitCode code);
     [[noreturn]] void leaveAtOnce();
     base::Task<void> finishWith(base::Task<ExitCode> command);
+    ExitCode runTask(base::Task<ExitCode> command);
+    ExitCode changeRecording(
+        const std::filesystem::path& file,
+        const std::function<base::Task<ExitCode>(LibraryCommands&, std::filesystem::path)>& change);
+    ExitCode withLibrary(core::AppSettings& settings,
+                         const std::function<base::Task<ExitCode>(LibraryCommands&)>& command);
 };
 
 }  // namespace tessivox::app

@@ -70,7 +70,7 @@ void HeadlessApp::fillSteps() {
 base::Task<void> HeadlessApp::recover() {
     auto incomplete = audio::incompleteFolder(around_.folders);
     auto recordings = Path(settings_.recordingsDirectoryPath.get());
-    auto recovering = recovery_.run(std::move(incomplete), std::move(recordings));
+    auto recovering = recovery_.run(std::move(incomplete), std::move(recordings), {});
     const auto recovered = co_await recovering;
     for (const auto& file : recovered)
         around_.console.message(base::filled(base::localized("Recovered \"{0}\"."), {printable(file.string())}));

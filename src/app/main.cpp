@@ -30,10 +30,10 @@ struct Running {
     }
     ExitCode operator()(const app::DevicesOptions& options) const { return app::Composition().listDevices(options); }
     ExitCode operator()(const app::RunOptions&) const { return app::Composition().run(); }
-    ExitCode operator()(const app::ListOptions&) const { return notYet("list"); }
-    ExitCode operator()(const app::RenameOptions&) const { return notYet("rename"); }
-    ExitCode operator()(const app::TrashOptions&) const { return notYet("trash"); }
-    ExitCode operator()(const app::RecoverOptions&) const { return notYet("recover"); }
+    ExitCode operator()(const app::ListOptions& options) const { return app::Composition().list(options); }
+    ExitCode operator()(const app::RenameOptions& options) const { return app::Composition().rename(options); }
+    ExitCode operator()(const app::TrashOptions& options) const { return app::Composition().trash(options); }
+    ExitCode operator()(const app::RecoverOptions&) const { return app::Composition().recover(); }
     ExitCode operator()(const app::Information& information) const {
         write(stdout, information.text);
         return ExitCode::done;
@@ -41,12 +41,6 @@ struct Running {
     ExitCode operator()(const app::UsageError& error) const {
         write(stderr, error.sentence + "\n");
         return ExitCode::usage;
-    }
-
-private:
-    static ExitCode notYet(const std::string& command) {
-        write(stderr, "This version cannot " + command + " recordings yet; use your file manager for now.\n");
-        return ExitCode::failed;
     }
 };
 

@@ -36,11 +36,13 @@ bool holdsNothing(base::File& file) {
 /// The recovery of one temporary recording.
 class Recovery {
 public:
-    Recovery(const EncodingTools& tools, RecordingFiles names, const std::stop_token& stop)
+    Recovery(const EncodingTools& tools, RecordingFiles names, const RecoveryObserver& observer,
+             const std::stop_token& stop)
         : tools_(tools),
           files_(tools.files),
           names_(std::move(names)),
           temporary_(names_.temporary(Track::stereo)),
+          observer_(observer),
           stop_(stop) {}
 
     /// The file made, if one was. Throws base::Error and leaves everything as it is.
@@ -59,6 +61,7 @@ private:
     base::Files& files_;
     RecordingFiles names_;
     std::filesystem::path temporary_;
+    const RecoveryObserver& observer_;
     const std::stop_token& stop_;
 
     bool isPlainFile() const {
@@ -98,8 +101,10 @@ private:
     std::filesystem::path finalize(const AudioFormat& format) {
         makeFolderIfPossible();
         const EncodingSettings settings{format.sampleRate, kRecoveredBitrate};
-        const auto encoder = encodeFromTemporary(
-            tools_, names_, Track::stereo, settings, [](double) {}, stop_);
+        const auto progress = [this](double share) {
+            if (observer_.progressed) observer_.progressed(names_.baseName(), share);
+        };
+        const auto encoder = encodeFromTemporary(tools_, names_, Track::stereo, settings, progress, stop_);
         if (!encoder) throw base::Error("StereoAudioWriter", -2, base::localized("Empty capture"));
         auto target = publish(*encoder);
         try {
@@ -140,7 +145,8 @@ private:
 std::vector<std::filesystem::path> recoverIncompleteFiles(const EncodingTools& tools,
                                                           const std::filesystem::path& incompleteFolder,
                                                           const std::filesystem::path& recordingsFolder,
-                                                          const std::stop_token& stop) {
+                                                          const std::stop_token& stop,
+                                                          const RecoveryObserver& observer) {
     std::vector<std::filesystem::path> recovered;
     for (const auto& name : sortedNames(tools.files, incompleteFolder)) {
         if (stop.stop_requested()) return recovered;
@@ -148,9 +154,11 @@ std::vector<std::filesystem::path> recoverIncompleteFiles(const EncodingTools& t
         if (!base) continue;
         try {
             const RecordingFiles names(incompleteFolder, recordingsFolder / (*base + ".m4a"));
-            if (auto url = Recovery(tools, names, stop).run()) recovered.push_back(std::move(*url));
+            if (auto url = Recovery(tools, names, observer, stop).run()) recovered.push_back(std::move(*url));
         } catch (const base::Error& error) {
+            if (stop.stop_requested()) return recovered;
             base::log("[Recovery] Failed to finalize " + name + ": " + error.description());
+            if (observer.failed) observer.failed(*base, error);
         }
     }
     sweepLeftovers(tools.files, incompleteFolder, recordingsFolder);
