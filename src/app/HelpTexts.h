@@ -91,7 +91,15 @@ Usage:
   tessivox list [--json]
 
 Options:
-  --json       print one JSON array instead, an object for each recording
+  --json       print one JSON array; the members of its objects stay as they are, others may be added:
+                 "path", "url"    the file, as text and as a URL that holds names of any bytes
+                 "name"           the file's name without its ending
+                 "date"           when it was made
+                 "duration"       seconds
+                 "size"           bytes
+                 "title", "gist"  what the user or the transcript calls it, or null
+                 "subTracks"      array of the separate tracks
+                 "hasTranscript", "hasSummary"
   --verbose    tell on standard error what happens inside
 
 Exit status: 0 listed, 1 the folder cannot be read, 2 wrong usage.
@@ -103,7 +111,7 @@ inline constexpr std::string_view kRenameHelp =
 Usage:
   tessivox rename FILE NAME
 
-  FILE         the recording's .m4a file
+  FILE         the recording: a path, or the name of one in the recordings folder, with or without .m4a
   NAME         its new name, without folder and ending
 
 Options:
@@ -119,7 +127,7 @@ inline constexpr std::string_view kTrashHelp =
 Usage:
   tessivox trash FILE
 
-  FILE         the recording's .m4a file
+  FILE         the recording: a path, or the name of one in the recordings folder, with or without .m4a
 
 Options:
   --verbose    tell on standard error what happens inside
@@ -138,7 +146,7 @@ Usage:
 Options:
   --verbose    tell on standard error what happens inside
 
-Exit status: 0 nothing is left to recover, 1 failed, 2 wrong usage.
+Exit status: 0 finished, 1 interrupted or failed, 2 wrong usage. What could not be finished is tried again next time.
 )";
 
 }  // namespace tessivox::app

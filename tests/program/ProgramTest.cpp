@@ -112,7 +112,7 @@ TEST_F(ProgramTest, GoesOnAfterAHangUpWhenStartedByNohup) {
     EXPECT_EQ(program.wait(), 0);
 }
 
-TEST_F(ProgramTest, LeavesTheTemporaryFileAtASecondInterruptionAndSaysWhere) {
+TEST_F(ProgramTest, LeavesTheTemporaryFileAtASecondInterruptionForALaterRecovery) {
     auto program = start({"record"});
     ASSERT_TRUE(reaches(kOneSecond));
     // Both wait for the program when it goes on, so the second cannot come too late.
@@ -121,6 +121,14 @@ TEST_F(ProgramTest, LeavesTheTemporaryFileAtASecondInterruptionAndSaysWhere) {
     EXPECT_EQ(program.wait(), 1);
     ASSERT_EQ(temporaries().size(), 1U);
     EXPECT_NE(errorText().find(temporaries().front().string()), std::string::npos) << errorText();
+
+    auto recovery = start({"recover"});
+    const auto printed = recovery.readAll();
+    EXPECT_EQ(recovery.wait(), 0) << errorText();
+    const auto made = filesIn(home / "Documents/TessivoxRecordings");
+    ASSERT_EQ(made.size(), 1U);
+    EXPECT_EQ(printed, made.front().string() + "\n");
+    EXPECT_TRUE(temporaries().empty());
 }
 
 TEST_F(ProgramTest, SavesWholeFilesEvenIfNobodyReadsThePath) {
