@@ -1,0 +1,38 @@
+# Completion of tessivox for bash.
+
+_tessivox() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' word
+    local -i index
+    for ((index = 1; index < COMP_CWORD; index++)); do
+        word=${COMP_WORDS[index]}
+        if [[ $word != -* ]]; then
+            command=$word
+            break
+        fi
+    done
+
+    local IFS=$' \t\n' words='' files=''
+    case $command:$previous in
+        record:--for) words='30s 5m 1h' ;;
+        record:--output) files=1 ;;
+        record:--mic) words='default none' ;;
+        record:--system) words='on off' ;;
+        record:--quality) words='low medium high' ;;
+        record:*) words='--for --output --mic --system --quality --separate-tracks --verbose --help' ;;
+        list:*) words='--json --verbose --help' ;;
+        rename:* | trash:*) words='--verbose --help' files=1 ;;
+        recover:*) words='--verbose --help' ;;
+        run:*) words='--headless --verbose --help' ;;
+        devices:*) words='--json --verbose --help' ;;
+        :*) words='record list rename trash recover run devices --version --verbose --help' ;;
+    esac
+
+    COMPREPLY=()
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    if [[ -n $files && $current != -* ]]; then
+        compopt -o filenames 2>/dev/null
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    fi
+}
+
+complete -F _tessivox tessivox
