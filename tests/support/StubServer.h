@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tessivox::testing {
+
+/// A server on 127.0.0.1 that writes down each request and answers with the bytes it was given, right or wrong. One
+/// request a connection. Any thread.
+class StubServer {
+public:
+    struct Answer {
+        std::string bytes;
+        bool isHeld = false;  ///< afterwards the connection stays open until the client hangs up
+    };
+    static Answer status(int code, const std::string& headers = {}, const std::string& body = {});
+
+    /// On a free port, or on this one.
+    explicit StubServer(std::uint16_t port = 0);
+    StubServer(const StubServer&) = delete;
+    StubServer& operator=(const StubServer&) = delete;
+    ~StubServer();
+
+    std::uint16_t port() const { return port_; }
+    std::string url(const std::string& path = "/") const;
+    /// For the next request that has none yet; without one it is 200.
+    void willAnswer(Answer answer);
+    /// Whole requests, as they came.
+    std::vector<std::string> requests() const;
+    std::size_t hangUps() const;
+
+    static std::string bodyOf(const std::string& request) { return request.substr(request.find("\r\n\r\n") + 4); }
+
+private:
+    int listener_;
+    int stop_;
+    std::uint16_t port_ = 0;
+    mutable std::mutex mutex_;
+    std::deque<Answer> answers_;
+    std::vector<std::string> requests_;
+    std::size_t hangUps_ = 0;
+    std::thread thread_;
+
+    void serve();
+    void converse(int connection);
+    bool isReadable(int fd) const;
+    std::string readRequest(int connection) const;
+};
+
+}  // namespace tessivox::testing
