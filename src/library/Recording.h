@@ -29,7 +29,8 @@ struct Recording {
     bool operator==(const Recording&) const = default;
 };
 
-/// Members named like those above; paths as file URLs (RFC 8089), which keep every byte, dates as ISO 8601 in UTC.
+/// Members named like those above; paths as file URLs (RFC 8089), which keep every byte, dates as base::IsoTime writes
+/// them.
 void to_json(nlohmann::json& json, const SubTrack& track);
 void to_json(nlohmann::json& json, const Recording& recording);
 

@@ -51,7 +51,7 @@ TEST(RecordingNameTest, SerialisesEveryNameAndKeepsEveryByteOfItsPath) {
     EXPECT_EQ(json.size(), 6U);
     EXPECT_EQ(json.at("id"), "id-1");
     EXPECT_EQ(json.at("url"), "file:///r/caf%E9%20100%25.m4a");
-    EXPECT_EQ(json.at("date"), "2026-03-02T10:00:00Z");
+    EXPECT_EQ(json.at("date"), "2026-03-02T10:00:00.000Z");
     EXPECT_EQ(json.at("duration"), 61.5);
     EXPECT_EQ(json.at("name"), "caf\ufffd 100%");
     EXPECT_EQ(json.at("subTracks"), nlohmann::json::parse(R"([{"label":"Microphone","url":"file:///r/%0A_mic.m4a"}])"));
