@@ -10,6 +10,7 @@
 #include "Measure.h"
 #include "Report.h"
 #include "SyntheticSpeech.h"
+#include "audio/AudioEncoder.h"
 #include "base/Text.h"
 #include "library/RecordingScan.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
@@ -68,9 +69,10 @@ private:
         SyntheticSpeech speech(kRate);
         std::vector<float> samples;
         speech.next(kSeconds * kRate, samples);
-        const auto encoder = ffmpeg::AacEncoderFactory().open(files_.create(path), {.bitrate = 64000});
-        encoder->write(samples);
-        encoder->finish();
+        ffmpeg::AacEncoderFactory factory;
+        audio::AudioEncoder encoder(factory, files_.create(path), {.bitrate = 64000});
+        encoder.write(samples);
+        encoder.finish();
     }
 };
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "audio/AudioEncoder.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "support/MemoryFile.h"
 
@@ -46,9 +47,10 @@ TEST_F(FfmpegLengthsTest, TellsTheLengthOfSoundWhateverTheFileIsCalled) {
         EXPECT_EQ(lengths.seconds(write(name, wave(3))), 3.0) << name;
 
     testing::MemoryDisk disk;
-    const auto encoder = AacEncoderFactory().open(std::make_unique<testing::MemoryFile>(disk), {});
-    encoder->write(std::vector<float>(2 * 48000 * 2));
-    encoder->finish();
+    AacEncoderFactory factory;
+    audio::AudioEncoder encoder(factory, std::make_unique<testing::MemoryFile>(disk), {});
+    encoder.write(std::vector<float>(2 * 48000 * 2));
+    encoder.finish();
     const std::string movie(reinterpret_cast<const char*>(disk.contents.data()), disk.contents.size());
     EXPECT_NEAR(lengths.seconds(write("b.m4a", movie)).value_or(0), 2, 0.03);
 }
