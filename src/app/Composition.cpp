@@ -8,6 +8,7 @@
 #include "app/Headless.h"
 #include "app/HeadlessApp.h"
 #include "app/InstanceLock.h"
+#include "app/NetworkLoop.h"
 #include "app/RecordCommand.h"
 #include "app/RecoverCommand.h"
 #include "audio/AudioLevelMonitor.h"
@@ -173,11 +174,19 @@ ExitCode Composition::run() {
         return ExitCode::done;
     }
     ffmpeg::redirectLog();
-    HeadlessApp app({loop_, files_, folders_, console_, [this] { finish(ExitCode::done); }});
+    NetworkLoop network(loop_);
+    const auto environment = posix::processEnvironment();
+    HeadlessApp app({loop_,
+                     files_,
+                     folders_,
+                     console_,
+                     [&network]() -> base::HttpClient& { return network.client(); },
+                     {environment("TESSIVOX_ANALYTICS_URL"), environment("TESSIVOX_CRASH_URL")},
+                     [&network] { network.quit(); }});
     interrupt_ = [&app] { app.terminateNow(); };
-    loop_.run();
+    network.run();
     interrupt_ = nullptr;
-    return code_;
+    return ExitCode::done;
 }
 
 ExitCode Composition::record(const RecordOptions& options) {

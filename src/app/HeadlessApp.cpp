@@ -6,6 +6,8 @@
 #include "audio/RecordingFiles.h"
 #include "base/Error.h"
 #include "base/Text.h"
+#include "base/Uuid.h"
+#include "library/RecoveryAnnouncement.h"
 #include "platform/linux/posix/RandomBytes.h"
 
 #ifndef TESSIVOX_VERSION
@@ -21,6 +23,8 @@ using Path = std::filesystem::path;
 /// A build has no number besides its version here.
 telemetry::BuildInfo buildInfo() { return {TESSIVOX_VERSION, TESSIVOX_VERSION}; }
 
+Path stateFolder(const base::StandardFolders& folders) { return folders.state / "Tessivox"; }
+
 }  // namespace
 
 HeadlessApp::HeadlessApp(Surroundings around)
@@ -30,13 +34,17 @@ HeadlessApp::HeadlessApp(Surroundings around)
       alerts_(around_.console),
       settings_(preferences_, around_.files, around_.folders, chooser_, loginItem_),
       state_(around_.loop),
-      crashes_(around_.loop, around_.files, around_.folders.state / "Tessivox" / "Crashes"),
-      crashReporter_(crashes_, preferences_, posix::fillRandom, buildInfo()),
+      crashes_(around_.loop, around_.files, telemetry::TelemetrySinks::crashFolder(stateFolder(around_.folders))),
+      sinks_(telemetrySurroundings(), around_.endpoints),
+      crashReporter_(sinks_.crashes(), preferences_, posix::fillRandom, buildInfo(), sinks_.dsn()),
       analytics_(
-          signals_, preferences_, [this] { return settings_.analyticsEnabled.get(); }, TESSIVOX_VERSION),
+          sinks_.analytics(), preferences_, [this] { return settings_.analyticsEnabled.get(); }, TESSIVOX_VERSION),
       server_(around_.loop),
       permissions_(server_, [this](core::PrivacyPane pane) { showPane(pane); }),
       quitGuard_(state_, alerts_),
+      trash_(around_.files, localTime_, around_.loop, around_.folders.applicationSupport),
+      storage_(
+          {around_.loop, around_.files, settings_, trash_, lengths_, [] { return base::makeUuid(posix::fillRandom); }}),
       recovery_(around_.loop, around_.files, encoders_),
       tasks_(around_.loop) {
     fillSteps();
@@ -46,6 +54,13 @@ HeadlessApp::HeadlessApp(Surroundings around)
 }
 
 HeadlessApp::~HeadlessApp() = default;
+
+telemetry::TelemetrySinks::Surroundings HeadlessApp::telemetrySurroundings() {
+    return {around_.loop,      around_.files,
+            posix::fillRandom, stateFolder(around_.folders),
+            crashes_,          [this] { return settings_.analyticsEnabled.get(); },
+            around_.network,   [this](const std::string& sentence) { around_.console.message(sentence); }};
+}
 
 void HeadlessApp::fillSteps() {
     steps_.onFailure = [this](LaunchStep step, const std::exception_ptr& error) {
@@ -71,9 +86,14 @@ base::Task<void> HeadlessApp::recover() {
     auto incomplete = audio::incompleteFolder(around_.folders);
     auto recordings = Path(settings_.recordingsDirectoryPath.get());
     auto recovering = recovery_.run(std::move(incomplete), std::move(recordings), {});
-    const auto recovered = co_await recovering;
-    for (const auto& file : recovered)
-        around_.console.message(base::filled(base::localized("Recovered \"{0}\"."), {printable(file.string())}));
+    auto recovered = co_await recovering;
+    library::RecoveryListeners listeners{
+        alerts_, [this](const Path& url, double duration) { storage_.addRecording(url, duration); },
+        [this](std::size_t count) {
+            analytics_.track(telemetry::AnalyticsEvent::recordingRecovered, {{"count", std::to_string(count)}});
+        }};
+    auto announcing = library::announceRecovery(around_.files, std::move(listeners), std::move(recovered));
+    co_await announcing;
 }
 
 void HeadlessApp::showPane(core::PrivacyPane) {

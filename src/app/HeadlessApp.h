@@ -13,6 +13,7 @@
 #include "base/Task.h"
 #include "base/TaskScope.h"
 #include "base/ports/Files.h"
+#include "base/ports/HttpClient.h"
 #include "core/AppSettings.h"
 #include "core/AppState.h"
 #include "core/JsonPreferences.h"
@@ -20,14 +21,18 @@
 #include "core/PermissionManager.h"
 #include "core/QuitGuard.h"
 #include "core/TessivoxApp.h"
+#include "library/RecordingStorage.h"
+#include "library/Trash.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
+#include "platform/linux/ffmpeg/FfmpegLengths.h"
 #include "platform/linux/posix/CrashRecorder.h"
 #include "platform/linux/posix/EventLoop.h"
+#include "platform/linux/posix/PosixLocalTime.h"
 #include "platform/linux/pulse/PulsePermissions.h"
 #include "platform/linux/pulse/SoundServerLink.h"
 #include "services/telemetry/Analytics.h"
 #include "services/telemetry/CrashReporter.h"
-#include "services/telemetry/NoAnalyticsSink.h"
+#include "services/telemetry/TelemetrySinks.h"
 
 namespace tessivox::app {
 
@@ -40,6 +45,8 @@ public:
         base::Files& files;
         const base::StandardFolders& folders;
         Console& console;
+        std::function<base::HttpClient&()> network;  ///< asked for only where something is to be sent
+        telemetry::Endpoints endpoints;
         std::function<void()> end;  ///< ends the main loop
     };
 
@@ -61,8 +68,8 @@ private:
     core::AppSettings settings_;
     core::AppState state_;
     posix::CrashRecorder crashes_;
+    telemetry::TelemetrySinks sinks_;
     telemetry::CrashReporter crashReporter_;
-    telemetry::NoAnalyticsSink signals_;
     telemetry::Analytics analytics_;
     pulse::SoundServerLink server_;
     pulse::PulsePermissions permissions_;
@@ -72,9 +79,14 @@ private:
     core::LaunchSteps steps_;
     std::optional<core::TessivoxApp> app_;
     base::Timer launch_;
+    posix::PosixLocalTime localTime_;
+    ffmpeg::FfmpegLengths lengths_;
+    library::Trash trash_;
+    library::RecordingStorage storage_;
     RecoveryRun recovery_;
     base::TaskScope tasks_;
 
+    telemetry::TelemetrySinks::Surroundings telemetrySurroundings();
     void fillSteps();
     base::Task<void> recover();
     void showPane(core::PrivacyPane pane);
