@@ -95,7 +95,7 @@ std::optional<std::size_t> SegmentedEncoding::beginOne() {
 
 std::optional<AudioPackets> SegmentedEncoding::takeNext() {
     const std::lock_guard lock(mutex_);
-    if (error_) std::rethrow_exception(error_);
+    if (error_) std::rethrow_exception(std::exchange(error_, nullptr));
     auto next = finished_.extract(joined_);
     if (!next) return std::nullopt;
     ++joined_;
@@ -120,7 +120,8 @@ void SegmentedEncoding::encode(std::size_t index, const EncodingProgress& progre
     if (!error) {
         finished_.emplace(index, std::move(packets));
     } else if (!error_) {
-        error_ = error;
+        // Moved from hand to hand, so that the asking thread, which throws it, is also the last to let it go.
+        error_ = std::move(error);
         isOver_ = true;
     }
     changed_.notify_all();
