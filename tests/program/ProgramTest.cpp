@@ -131,6 +131,22 @@ TEST_F(ProgramTest, LeavesTheTemporaryFileAtASecondInterruptionForALaterRecovery
     EXPECT_TRUE(temporaries().empty());
 }
 
+TEST_F(ProgramTest, RestoresAKilledRecordingAtTheNextStart) {
+    auto recording = start({"record"});
+    ASSERT_TRUE(reaches(kOneSecond));
+    recording.stop(SIGKILL);
+    ASSERT_EQ(temporaries().size(), 1U);
+    auto program = start({"run", "--headless"});
+    const std::string announcement = "Recovered interrupted recording\n";
+    for (int tries = 0; tries < 2000 && errorText().find(announcement) == std::string::npos; ++tries)
+        poll(nullptr, 0, 10);
+    EXPECT_NE(errorText().find(announcement), std::string::npos) << errorText();
+    EXPECT_EQ(filesIn(home / "Documents/TessivoxRecordings").size(), 1U);
+    EXPECT_TRUE(temporaries().empty());
+    ::kill(program.pid(), SIGTERM);
+    EXPECT_EQ(program.wait(), 0);
+}
+
 TEST_F(ProgramTest, SavesWholeFilesEvenIfNobodyReadsThePath) {
     const std::string closed = "exec >&-; ";
     const std::string readerGone = "mkfifo \"$HOME/pipe\"; : <\"$HOME/pipe\" & exec >\"$HOME/pipe\"; wait; ";
