@@ -65,7 +65,9 @@ telemetry::TelemetrySinks::Surroundings HeadlessApp::telemetrySurroundings() {
 void HeadlessApp::fillSteps() {
     steps_.onFailure = [this](LaunchStep step, const std::exception_ptr& error) {
         crashReporter_.error("Launch step " + std::string(nameOf(step)) + " failed", error);
-        around_.console.message(base::describe(error));
+        around_.console.message(base::filled(
+            base::localized("A part of Tessivox could not be started; end other programs and start it again: {0}"),
+            {printable(base::describe(error))}));
     };
     steps_[LaunchStep::setUpState] = [this] {
         const core::PermissionManager::Parts parts{around_.loop,
@@ -85,7 +87,13 @@ void HeadlessApp::fillSteps() {
 base::Task<void> HeadlessApp::recover() {
     auto incomplete = audio::incompleteFolder(around_.folders);
     auto recordings = Path(settings_.recordingsDirectoryPath.get());
-    auto recovering = recovery_.run(std::move(incomplete), std::move(recordings), {});
+    RecoveryRun::Handlers handlers;
+    // Standard error is the system's log where a service runs the program.
+    handlers.failed = [this](const std::string& base, const std::string& reason) {
+        around_.console.message(
+            base::filled("[Recovery] Failed to finalize {0}: {1}", {printable(base), printable(reason)}));
+    };
+    auto recovering = recovery_.run(std::move(incomplete), std::move(recordings), std::move(handlers));
     auto recovered = co_await recovering;
     library::RecoveryListeners listeners{
         alerts_, [this](const Path& url, double duration) { storage_.addRecording(url, duration); },

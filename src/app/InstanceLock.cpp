@@ -48,8 +48,8 @@ std::unique_ptr<base::File> takeInstanceLock(base::Files& files, const std::opti
     } catch (const base::FileError& failure) {
         throw error(
             failure.code(),
-            "{0} It shows that Tessivox is running: make the folder writable, or set XDG_RUNTIME_DIR to one that "
-            "is.",
+            "{0} Tessivox keeps a lock there while it runs: make the folder writable, or set XDG_RUNTIME_DIR to one "
+            "that is.",
             {failure.description()});
     }
 }

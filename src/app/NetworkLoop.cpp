@@ -1,5 +1,6 @@
 #include "app/NetworkLoop.h"
 
+#include <clocale>
 #include <string>
 
 #include "base/Log.h"
@@ -20,6 +21,7 @@ base::HttpClient& NetworkLoop::client() {
     static char* arguments[] = {name, nullptr};
     qInstallMessageHandler(logMessage);
     application_.emplace(count, arguments);
+    std::setlocale(LC_NUMERIC, "C");  // the application object takes the user's, and with it a decimal comma
     host_.emplace(qt::GuestLoop{loop_.fd(), [this] { return loop_.nextDeadline(); }, [this] { return loop_.now(); },
                                 [this] { loop_.dispatch(); }});
     return client_.emplace(std::string("Tessivox/") + TESSIVOX_VERSION);
