@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string_view>
+#include <system_error>
 
 namespace tessivox::posix {
 namespace {
@@ -87,7 +88,11 @@ base::StandardFolders standardFolders(const Environment& environment) {
 }
 
 std::optional<Path> runtimeFolder(const Environment& environment) {
-    return absolutePath(environment, "XDG_RUNTIME_DIR");
+    if (auto named = absolutePath(environment, "XDG_RUNTIME_DIR")) return named;
+    // Where a login has it, so that a start from cron or "su -" looks in the same place as one from the desktop.
+    const auto own = Path("/run/user") / std::to_string(::getuid());
+    std::error_code ignored;
+    return std::filesystem::is_directory(own, ignored) ? std::optional(own) : std::nullopt;
 }
 
 }  // namespace tessivox::posix

@@ -19,7 +19,8 @@ Environment processEnvironment();
 /// as they ask. Without HOME, the home folder of the user database.
 base::StandardFolders standardFolders(const Environment& environment);
 
-/// The session's folder for sockets and locks, XDG_RUNTIME_DIR; absent where there is none. It may not exist.
+/// The user's folder for sockets and locks: XDG_RUNTIME_DIR, which may not exist, else where logins have it; absent
+/// where there is none.
 std::optional<std::filesystem::path> runtimeFolder(const Environment& environment);
 
 }  // namespace tessivox::posix
