@@ -1,5 +1,6 @@
 #include "app/LibraryCommands.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -23,8 +24,11 @@ std::string dateText(base::WallTime time, const base::LocalTime& localTime) {
            paddedNumber(civil.hour, 2) + ":" + paddedNumber(civil.minute, 2);
 }
 
+/// Damaged files may claim any length; no recording lasts longer than this many seconds.
+constexpr double kLongest = 9999 * 3600.0;
+
 std::string durationText(double duration) {
-    const auto seconds = std::llround(duration);
+    const auto seconds = std::llround(duration < kLongest ? std::max(duration, 0.0) : kLongest);
     return std::to_string(seconds / 3600) + ":" + paddedNumber(seconds / 60 % 60, 2) + ":" +
            paddedNumber(seconds % 60, 2);
 }
@@ -51,6 +55,17 @@ base::Error noRecording(const Path& file) {
     return {"library", 2,
             filled(localized("There is no recording \"{0}\": \"tessivox list\" shows those that there are."),
                    {printable(file.string())})};
+}
+
+/// As the system reads it: "link/.." is the folder above the one that the link names.
+Path withoutLinks(const base::Files& files, const Path& file) {
+    const auto whole = std::filesystem::absolute(file);
+    return files.exists(whole.parent_path()) ? files.canonical(whole.parent_path()) / whole.filename() : whole;
+}
+
+Path withEndingIfMissing(const base::Files& files, const Path& file) {
+    const Path ended = file.native() + std::string(library::kAudioExtension);
+    return !files.exists(file) && files.exists(ended) ? ended : file;
 }
 
 }  // namespace
@@ -82,10 +97,9 @@ std::string recordingsJSON(const std::vector<ListedRecording>& recordings) {
 }
 
 Path meantRecording(const base::Files& files, const Path& recordingsFolder, const Path& argument) {
-    const auto here = std::filesystem::absolute(argument).lexically_normal();
-    if (argument.has_parent_path() || files.exists(here)) return here;
-    const auto there = recordingsFolder / argument;
-    return files.exists(there) ? there : Path(there.native() + std::string(library::kAudioExtension));
+    const auto here = withoutLinks(files, argument);
+    if (files.exists(here)) return here;
+    return withEndingIfMissing(files, argument.has_parent_path() ? here : recordingsFolder / argument);
 }
 
 base::Task<std::vector<library::Recording>> LibraryCommands::scanned() {

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "app/FakeConsole.h"
 #include "base/Error.h"
+#include "support/ForwardingFiles.h"
 #include "support/Library.h"
 
 namespace tessivox::app {
@@ -106,7 +108,43 @@ TEST_F(LibraryCommandsTest, AnArgumentIsAPathOrANameInTheRecordingsFolder) {
     EXPECT_EQ(meantRecording(files, Library::kFolder, "a"), Library::kFolder / "a.m4a");
     EXPECT_EQ(meantRecording(files, Library::kFolder, "a.m4a"), Library::kFolder / "a.m4a");
     EXPECT_EQ(meantRecording(files, Library::kFolder, "/elsewhere/../a.m4a"), "/a.m4a");
-    EXPECT_EQ(meantRecording(files, Library::kFolder, "./a.m4a"), std::filesystem::current_path() / "a.m4a");
+    EXPECT_EQ(meantRecording(files, Library::kFolder, "missing"), Library::kFolder / "missing");
+    const auto here = std::filesystem::current_path();
+    files.makeFolders(here);
+    EXPECT_EQ(meantRecording(files, Library::kFolder, "./a.m4a"), here / "a.m4a");
+    EXPECT_EQ(meantRecording(files, "/elsewhere", Library::kFolder / "a"), Library::kFolder / "a.m4a");
+    EXPECT_EQ(meantRecording(files, "/elsewhere", Library::kFolder / "b"), Library::kFolder / "b");
+}
+
+/// A disk on which /link names the folder /far/away.
+struct LinkedFiles final : testing::ForwardingFiles {
+    base::Files& disk;
+    explicit LinkedFiles(base::Files& files) : ForwardingFiles(files), disk(files) {}
+    static Path followed(const Path& path) {
+        const auto text = path.string();
+        return text.starts_with("/link") ? Path("/far/away" + text.substr(5)) : path;
+    }
+    std::optional<base::FileStatus> status(const Path& path) const override { return disk.status(followed(path)); }
+    Path canonical(const Path& path) const override { return disk.canonical(followed(path)); }
+};
+
+TEST_F(LibraryCommandsTest, APathThroughALinkMeansTheFileThatTheSystemFindsThere) {
+    files.put("/far/a.m4a", "");
+    files.put("/far/away/b.m4a", "");
+    files.put("/a.m4a", "");
+    const LinkedFiles linked(files);
+    EXPECT_EQ(meantRecording(linked, Library::kFolder, "/link/../a.m4a"), "/far/a.m4a");
+    EXPECT_EQ(meantRecording(linked, Library::kFolder, "/link/b"), "/far/away/b.m4a");
+}
+
+TEST_F(LibraryCommandsTest, ALengthThatNoRecordingHasIsCut) {
+    ListedRecording listed;
+    const testing::UtcTime utc;
+    const std::map<double, std::string> texts{{1.8e19, " 9999:00:00 "}, {-5, "  0:00:00 "}};
+    for (const auto& [seconds, text] : texts) {
+        listed.recording.duration = seconds;
+        EXPECT_NE(recordingsText({listed}, utc).find(text), std::string::npos) << seconds;
+    }
 }
 
 }  // namespace
