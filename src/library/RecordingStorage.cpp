@@ -1,9 +1,11 @@
 #include "library/RecordingStorage.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "base/Log.h"
+#include "base/Text.h"
 #include "library/RecordingName.h"
 
 namespace tessivox::library {
@@ -107,13 +109,14 @@ void RecordingStorage::trashIfThere(const Path& file) {
 /// Each step is one rename in one folder, so that a crash between two of them leaves every file under its old name or
 /// its new one.
 void RecordingStorage::renameRecording(Recording recording, const std::string& newName) {
+    if (newName == recording.url.stem().native()) return;
     requireUsableBaseName(newName);
     const auto oldLength = recording.url.stem().native().size();
     const auto folder = recording.url.parent_path();
     auto renamed = recording;
     renamed.url = folder / (newName + std::string(kAudioExtension));
     renamed.name = newName;
-    files_.move(recording.url, renamed.url);
+    moveToFreeName(recording.url, renamed.url);
     isScanOutdated_ = true;
     metadata_.moved(recording.url, renamed.url);
     metadata_.write(renamed.url, titleFromBaseName(newName), kTitleAttribute);
@@ -125,6 +128,17 @@ void RecordingStorage::renameRecording(Recording recording, const std::string& n
     }
     syncIfPossible(folder);
     replaceEntry(recording, std::move(renamed));
+}
+
+void RecordingStorage::moveToFreeName(const Path& from, const Path& to) {
+    try {
+        files_.move(from, to);
+    } catch (const base::FileError& error) {
+        if (error.code() != EEXIST) throw;
+        throw base::FileError(
+            EEXIST, base::filled(base::localized("There is already a recording \"{0}\": choose another name."),
+                                 {to.stem().string()}));
+    }
 }
 
 bool RecordingStorage::moveIfFree(const Path& from, const Path& to) {

@@ -87,6 +87,7 @@ private:
     base::Task<void> scan();
     std::function<ScanResult()> scanWork() const;
     void trashIfThere(const std::filesystem::path& file);
+    void moveToFreeName(const std::filesystem::path& from, const std::filesystem::path& to);
     bool moveIfFree(const std::filesystem::path& from, const std::filesystem::path& to);
     void syncIfPossible(const std::filesystem::path& folder);
     std::vector<Recording>::iterator entryOf(const Recording& recording, std::vector<Recording>& list) const;
