@@ -16,7 +16,8 @@ public:
 
     /// Writes a text to standard output as it is.
     virtual void result(std::string_view text) = 0;
-    /// Writes a line to standard error, above the status if there is one.
+    /// Writes a line to standard error, above the status if there is one. It may hold foreign text, such as the path in
+    /// an error's sentence.
     virtual void message(std::string_view line) = 0;
 
     /// Whether somebody looks at a terminal, so that a status is worth showing.

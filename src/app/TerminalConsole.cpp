@@ -27,7 +27,7 @@ void TerminalConsole::result(std::string_view text) {
 
 void TerminalConsole::message(std::string_view line) {
     const std::string erase(status_.empty() ? std::string_view() : kEraseLine);
-    write(stderr, erase + std::string(line) + "\n" + status_);
+    write(stderr, erase + printable(line) + "\n" + status_);
 }
 
 std::size_t TerminalConsole::columns() const {
