@@ -35,6 +35,7 @@ std::string durationText(double duration) {
 
 std::string sizeText(std::uint64_t bytes) {
     const auto megabytes = static_cast<double>(bytes) / 1e6;
+    if (megabytes < 1) return std::to_string(bytes / 1000) + " kB";
     return megabytes < 1000 ? base::fixedNumber(megabytes, 1) + " MB" : base::fixedNumber(megabytes / 1000, 2) + " GB";
 }
 

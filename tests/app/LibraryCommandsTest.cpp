@@ -48,7 +48,7 @@ TEST_F(LibraryCommandsTest, ListsWhatAPersonWantsToKnow) {
     put("2026-03-02_10-15-00_Weekly-sync.txt", "[00:00] Speaker A: Hello.\n");
     auto list = commands();
     EXPECT_EQ(testing::await(time, list.list(false)), ExitCode::done);
-    EXPECT_NE(console.output.find("  1:02:03    0.0 MB  Weekly sync  (transcript, Microphone track)\n"
+    EXPECT_NE(console.output.find("  1:02:03      0 kB  Weekly sync  (transcript, Microphone track)\n"
                                   "    2026-03-02_10-15-00_Weekly-sync.m4a\n"),
               std::string::npos)
         << console.output;
