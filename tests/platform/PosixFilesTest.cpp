@@ -109,6 +109,9 @@ TEST_P(PosixFilesTest, MoveNeverReplacesAndReplaceDoes) {
     PosixFiles::moveByLinking(folder / "newer", folder / "newest");
     EXPECT_FALSE(files.exists(folder / "new"));
     EXPECT_FALSE(files.exists(folder / "newer"));
+    // A folder has one name only, as has a file on some disks.
+    files.makeFolders(folder / "sub");
+    EXPECT_EQ(codeOf([&] { PosixFiles::moveByLinking(folder / "sub", folder / "other"); }), EINVAL);
     files.replace(folder / "newest", folder / "old");
     EXPECT_EQ(files.readAll(folder / "old", 10), "new");
     files.syncFolder(folder);

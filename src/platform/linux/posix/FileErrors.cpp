@@ -37,6 +37,8 @@ std::string reason(int code) {
             return "the two places are on different disks";
         case EFBIG:
             return "the file would be too large for this disk";
+        case EINVAL:
+            return "this disk does not take such a name, or cannot do that safely";
         case ENOTSUP:
             return "the file system does not support it";
         default:

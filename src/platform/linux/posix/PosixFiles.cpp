@@ -136,7 +136,10 @@ void PosixFiles::move(const Path& from, const Path& to) {
 }
 
 void PosixFiles::moveByLinking(const Path& from, const Path& to) {
-    if (::link(from.c_str(), to.c_str()) < 0) throw fileError(errno, "move", from, to);
+    if (::link(from.c_str(), to.c_str()) < 0) {
+        // A file system without second names says EPERM; then what stopped the renaming still stands.
+        throw fileError(errno == EPERM ? EINVAL : errno, "move", from, to);
+    }
     if (::unlink(from.c_str()) == 0) return;
     const int code = errno;
     ::unlink(to.c_str());
