@@ -7,6 +7,15 @@
 namespace tessivox::base {
 namespace {
 
+/// Some network folders have no locks. Better a change that another one in the same moment may undo than none at all.
+void lockIfPossible(File& file) {
+    try {
+        file.lock();
+    } catch (const FileError& error) {
+        if (error.code() != ENOLCK && error.code() != ENOTSUP) throw;
+    }
+}
+
 /// More damaged files than this in one folder mean that something else is wrong.
 constexpr int kMaxKeptAside = 1000;
 
@@ -25,7 +34,7 @@ std::unique_ptr<File> SharedDocument::lock() {
         if (error.code() != EEXIST) throw;
     }
     auto file = files_.open(path, FileAccess::update);
-    file->lock();
+    lockIfPossible(*file);
     return file;
 }
 

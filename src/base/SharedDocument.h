@@ -15,8 +15,8 @@ public:
 
     const Files::Path& path() const { return file_; }
 
-    /// Waits for whoever changes the document now. Makes its folder if that is missing. The lock ends with the file
-    /// that is returned.
+    /// Waits for whoever changes the document now, unless the file system has no locks. Makes its folder if that is
+    /// missing. The lock ends with the file that is returned.
     [[nodiscard]] std::unique_ptr<File> lock();
     /// Puts the text in the file's place. With the lock held.
     void replace(std::string_view text);

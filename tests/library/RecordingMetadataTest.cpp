@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "support/CrashingFiles.h"
 #include "support/ForwardingFiles.h"
+#include "support/MemoryFile.h"
 
 namespace tessivox::library {
 namespace {
@@ -74,6 +77,36 @@ TEST_F(RecordingMetadataTest, WithoutAttributesTheyLiveInAHiddenFileThatOtherPro
     setTitle("a.m4a", "");
     setTitle("caf\xe9\n.m4a", "");
     EXPECT_EQ(stored(), "{\n \"files\": {}\n}\n");
+}
+
+/// Locks fail there with that error.
+class FilesWithoutLocks final : public testing::ForwardingFiles {
+public:
+    FilesWithoutLocks(base::Files& files, int code) : ForwardingFiles(files), code_(code) {}
+    std::unique_ptr<base::File> open(const Path& path, base::FileAccess access) override {
+        if (path.extension() != ".lock") return ForwardingFiles::open(path, access);
+        return std::make_unique<Unlockable>(lockFile_, code_);
+    }
+
+private:
+    struct Unlockable final : testing::MemoryFile {
+        int code;
+        Unlockable(testing::MemoryDisk& disk, int error) : MemoryFile(disk), code(error) {}
+        void lock() override { throw base::FileError(code, "There are no locks here."); }
+    };
+    int code_;
+    testing::MemoryDisk lockFile_;
+};
+
+TEST_F(RecordingMetadataTest, OnADiskWithoutLocksTheyAreKeptAllTheSameAndOtherFailuresOfALockAreTold) {
+    for (const auto code : {ENOLCK, ENOTSUP}) {
+        FilesWithoutLocks unlocked(plain, code);
+        RecordingMetadata(unlocked).write(kFolder / "a.m4a", std::to_string(code), kTitleAttribute);
+        EXPECT_EQ(title("a.m4a"), std::to_string(code));
+    }
+    FilesWithoutLocks broken(plain, EIO);
+    RecordingMetadata(broken).write(kFolder / "a.m4a", "lost", kTitleAttribute);
+    EXPECT_EQ(title("a.m4a"), std::to_string(ENOTSUP));
 }
 
 TEST_F(RecordingMetadataTest, EntriesFollowTheirFileAndNotItsName) {

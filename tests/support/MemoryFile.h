@@ -22,7 +22,7 @@ struct MemoryDisk {
 };
 
 /// An open file whose bytes stand in a MemoryDisk, which must outlive it.
-class MemoryFile final : public base::File {
+class MemoryFile : public base::File {
 public:
     explicit MemoryFile(MemoryDisk& disk) : disk_(disk) {}
     ~MemoryFile() override { disk_.isClosed = true; }
