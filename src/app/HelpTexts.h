@@ -94,7 +94,7 @@ Options:
   --json       print one JSON array; the members of its objects stay as they are, others may be added:
                  "path", "url"    the file, as text and as a URL that holds names of any bytes
                  "name"           the file's name without its ending
-                 "date"           when it was made
+                 "date"           when it was made, ISO 8601 in UTC
                  "duration"       seconds
                  "size"           bytes
                  "title", "gist"  what the user or the transcript calls it, or null
@@ -138,7 +138,7 @@ Exit status: 0 in the trash, 1 failed, 2 wrong usage.
 
 inline constexpr std::string_view kRecoverHelp =
     R"(Finishes the recordings that a crash, a kill or a power failure interrupted, and prints the path of each. What another
-program records just now is left alone. The start of `tessivox run` does the same.
+program records or recovers just now is left alone. The start of `tessivox run` does the same.
 
 Usage:
   tessivox recover
