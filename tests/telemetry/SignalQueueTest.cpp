@@ -99,6 +99,30 @@ TEST_F(SignalQueueTest, KeepsSignalsInMemoryWhereTheFileIsTakenOrCannotBeWritten
     EXPECT_EQ(third.front(10).lines, Lines{numbered(8)});
 }
 
+TEST_F(SignalQueueTest, BringsTheFileUpToDateAfterAWriteHasFailed) {
+    const auto leftBy = [](auto change) {
+        CrashingFiles disk;
+        SignalQueue queue(disk, kFile);
+        queue.add(numbered(0));
+        disk.failAt(disk.operationCount() + 1, CrashingFiles::Fault::shortWrite);
+        queue.add(numbered(1));
+        change(queue, disk);
+        disk.crash(CrashingFiles::Unsynced::kept);
+        disk.heal();
+        return SignalQueue(disk, kFile).front(10).lines;
+    };
+    EXPECT_EQ(leftBy([](auto& queue, auto&) { queue.add(numbered(2)); }),
+              (Lines{numbered(0), numbered(1), numbered(2)}));
+    EXPECT_EQ(leftBy([](auto& queue, auto&) { queue.removeThrough(queue.front(1).last); }), Lines{numbered(1)});
+    EXPECT_EQ(leftBy([](auto& queue, auto&) { queue.clear(); }), Lines{});
+    EXPECT_EQ(leftBy([](auto& queue, auto& disk) {
+                  disk.failFrom(disk.operationCount() + 1, CrashingFiles::Fault::noSpace);
+                  queue.clear();
+              }),
+              Lines{})
+        << "also while the disk stays full";
+}
+
 /// At whichever operation the disk gives out or the machine stops, the next start reads whole signals in order.
 TEST_F(SignalQueueTest, StaysReadableWhereverItIsInterrupted) {
     const auto work = [](base::Files& disk) {

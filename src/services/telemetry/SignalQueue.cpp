@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kMostBytesRead = 4 * SignalQueue::kMostBytes;
 
 void report(const base::FileError& error) {
-    base::log("[Analytics] The queue of signals is kept in memory only. " + error.description());
+    base::log("[Analytics] The queue of signals could not be written. " + error.description());
 }
 
 }  // namespace
@@ -21,7 +21,8 @@ void report(const base::FileError& error) {
 SignalQueue::SignalQueue(base::Files& files, std::filesystem::path file) : files_(files), path_(std::move(file)) {
     try {
         files_.makeFolders(path_.parent_path());
-        if (!lock()) return;
+        lock();
+        if (!lock_) return;
         load();
         openFile();
     } catch (const base::FileError& error) {
@@ -30,14 +31,15 @@ SignalQueue::SignalQueue(base::Files& files, std::filesystem::path file) : files
 }
 
 /// On a file beside the queue, since the queue's own is replaced.
-bool SignalQueue::lock() {
+void SignalQueue::lock() {
     const std::filesystem::path path = path_.native() + ".lock";
+    std::unique_ptr<base::File> file;
     try {
-        lock_ = files_.create(path);
+        file = files_.create(path);
     } catch (const base::FileError&) {
-        lock_ = files_.open(path, base::FileAccess::update);
+        file = files_.open(path, base::FileAccess::update);
     }
-    return lock_->tryLock(path);
+    if (file->tryLock(path)) lock_ = std::move(file);
 }
 
 void SignalQueue::load() {
@@ -73,12 +75,9 @@ void SignalQueue::keep(std::string line) {
 void SignalQueue::add(std::string line) {
     if (line.size() > kMostBytes / 10) return;
     keep(std::move(line));
-    if (!file_) {
-        shrink();
-        return;
-    }
+    const bool isShorter = shrink();
+    if (isShorter || !file_) return save();
     try {
-        if (shrink()) return rewrite();
         const auto whole = entries_.back().line + "\n";
         file_->append(std::as_bytes(std::span(whole)));
     } catch (const base::FileError& error) {
@@ -98,13 +97,7 @@ SignalQueue::Batch SignalQueue::front(std::size_t most) const {
 
 void SignalQueue::removeThrough(std::uint64_t last) {
     while (!entries_.empty() && entries_.front().number <= last) dropFirst();
-    if (!file_) return;
-    try {
-        rewrite();
-    } catch (const base::FileError& error) {
-        report(error);
-        file_.reset();
-    }
+    save();
 }
 
 void SignalQueue::clear() { removeThrough(lastNumber_); }
@@ -121,6 +114,20 @@ bool SignalQueue::shrink() {
     return true;
 }
 
+/// Brings the file up to date, also after an operation on it has failed.
+void SignalQueue::save() {
+    if (!lock_) return;
+    try {
+        rewrite();
+    } catch (const base::FileError& error) {
+        report(error);
+        file_.reset();
+        // What was dropped must not come back, and a full disk still lets a file go.
+        if (entries_.empty()) files_.removeIfPossible(path_);
+    }
+}
+
+/// Without a sync, which would hold up the main thread: a power failure may take signals, the end of the process none.
 void SignalQueue::rewrite() {
     const std::filesystem::path beside = path_.native() + ".new";
     files_.removeIfPossible(beside);
@@ -128,7 +135,6 @@ void SignalQueue::rewrite() {
     for (const auto& entry : entries_) contents += entry.line + "\n";
     auto file = files_.create(beside);
     file->append(std::as_bytes(std::span(contents)));
-    file->sync();
     files_.replace(beside, path_);
     file_ = std::move(file);
 }

@@ -13,7 +13,8 @@
 namespace tessivox::telemetry {
 
 /// Signals that wait to be sent, one line each, in a file that outlives the process. Bounded: the oldest go first. A
-/// process that finds the file in use by another, or cannot write it, keeps its signals in memory only. One thread.
+/// process that finds the file in use by another keeps its signals in memory only; one that cannot write it tries again
+/// with the next change. One thread.
 class SignalQueue {
 public:
     static constexpr std::size_t kMostSignals = 1000;
@@ -44,17 +45,18 @@ private:
 
     base::Files& files_;
     const std::filesystem::path path_;
-    std::unique_ptr<base::File> lock_;
-    std::unique_ptr<base::File> file_;  ///< absent: in memory only
+    std::unique_ptr<base::File> lock_;  ///< absent: in memory only
+    std::unique_ptr<base::File> file_;  ///< absent though locked: it is not up to date
     std::deque<Entry> entries_;
     std::size_t bytes_ = 0;
     std::uint64_t lastNumber_ = 0;
 
-    bool lock();
+    void lock();
     void load();
     void keep(std::string line);
     void dropFirst();
     bool shrink();
+    void save();
     void rewrite();
     void openFile();
 };
