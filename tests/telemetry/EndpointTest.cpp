@@ -2,15 +2,27 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 namespace tessivox::telemetry {
 namespace {
 
 TEST(EndpointTest, TakesHttpsAndTheMachineItself) {
     for (const auto* url : {"https://example.org", "HTTPS://example.org:8443/a?b#c", "http://127.0.0.1:80/x",
                             "http://127.1.2.3", "http://localhost:9/", "http://LocalHost", "http://[::1]:8080/x",
-                            "https://[2001:db8::1]/", "https://a:1?b@c"}) {
+                            "https://[2001:db8::1]/", "https://a:1?b@c", "https://example.org/a%20b?c=%2F#%e4"}) {
         EXPECT_EQ(refusalOf(url), std::nullopt) << url;
     }
+}
+
+TEST(EndpointTest, RefusesWhatAClientWouldRefuseLater) {
+    for (const auto* tail : {" ", "\n", "\t", "\x7f", "\x01", "%", "%2", "%2g", "%g2", "%%41", "\"", "<", ">", "\\",
+                             "^", "`", "{", "|", "}"}) {
+        for (const auto* head : {"https://example.org/a", "https://example.org?a", "http://127.0.0.1#a"}) {
+            EXPECT_NE(refusalOf(std::string(head) + tail), std::nullopt) << head << tail;
+        }
+    }
+    EXPECT_NE(refusalOf(" https://example.org"), std::nullopt);
 }
 
 TEST(EndpointTest, RefusesWhatWouldCrossTheNetworkOpenly) {

@@ -9,6 +9,7 @@ namespace tessivox::telemetry {
 namespace {
 
 constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 
 std::string lowered(std::string_view text) {
     std::string result(text);
@@ -51,12 +52,24 @@ std::string_view hostOf(std::string_view authority) {
 }
 
 /// Characters that programs read differently: what looks like one host to us may be another to a client.
-bool isAmbiguous(char letter) {
-    return static_cast<unsigned char>(letter) <= 0x20 || static_cast<unsigned char>(letter) >= 0x7F || letter == '@' ||
-           letter == '\\' || letter == '%';
+bool isAmbiguous(char letter) { return static_cast<unsigned char>(letter) >= 0x80 || letter == '@' || letter == '%'; }
+
+/// RFC 3986, section 2: what a URL carries only as "%" and two digits. Clients differ in what they make of the rest,
+/// and some would refuse it only once something is to be sent.
+bool isWellFormed(std::string_view url) {
+    for (std::size_t at = 0; at < url.size(); ++at) {
+        const auto letter = url[at];
+        if (static_cast<unsigned char>(letter) <= 0x20 || letter == 0x7F) return false;
+        if (std::string_view("\"<>\\^`{|}").find(letter) != std::string_view::npos) return false;
+        const auto digits = url.substr(at + 1, 2);
+        const bool isEscape = digits.size() == 2 && digits.find_first_not_of(kHexDigits) == digits.npos;
+        if (letter == '%' && !isEscape) return false;
+    }
+    return true;
 }
 
 bool isAllowed(std::string_view url) {
+    if (!isWellFormed(url)) return false;
     const auto separator = url.find("://");
     if (separator == url.npos) return false;
     const auto scheme = lowered(url.substr(0, separator));
