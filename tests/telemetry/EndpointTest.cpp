@@ -11,7 +11,7 @@ TEST(EndpointTest, TakesHttpsAndTheMachineItself) {
     for (const auto* url : {"https://example.org", "HTTPS://example.org:8443/a?b#c", "http://127.0.0.1:80/x",
                             "http://127.1.2.3", "http://localhost:9/", "http://LocalHost", "http://[::1]:8080/x",
                             "https://[2001:db8::1]/", "https://a:1?b@c", "https://example.org/a%20b?c=%2F#%e4"}) {
-        EXPECT_EQ(refusalOf(url), std::nullopt) << url;
+        EXPECT_TRUE(isAllowed(url)) << url;
     }
 }
 
@@ -19,10 +19,10 @@ TEST(EndpointTest, RefusesWhatAClientWouldRefuseLater) {
     for (const auto* tail : {" ", "\n", "\t", "\x7f", "\x01", "%", "%2", "%2g", "%g2", "%%41", "\"", "<", ">", "\\",
                              "^", "`", "{", "|", "}"}) {
         for (const auto* head : {"https://example.org/a", "https://example.org?a", "http://127.0.0.1#a"}) {
-            EXPECT_NE(refusalOf(std::string(head) + tail), std::nullopt) << head << tail;
+            EXPECT_FALSE(isAllowed(std::string(head) + tail)) << head << tail;
         }
     }
-    EXPECT_NE(refusalOf(" https://example.org"), std::nullopt);
+    EXPECT_FALSE(isAllowed(" https://example.org"));
 }
 
 TEST(EndpointTest, RefusesWhatWouldCrossTheNetworkOpenly) {
@@ -50,10 +50,8 @@ TEST(EndpointTest, RefusesWhatWouldCrossTheNetworkOpenly) {
                             "https://ex\nample.org",
                             "http:/127.0.0.1",
                             "http://127.0.0.1 .example.org"}) {
-        EXPECT_NE(refusalOf(url), std::nullopt) << url;
+        EXPECT_FALSE(isAllowed(url)) << url;
     }
-    EXPECT_EQ(refusalOf("http://example.org"),
-              "Nothing is sent to “http://example.org”: give an address that begins with https://.");
 }
 
 }  // namespace

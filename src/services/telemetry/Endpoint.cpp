@@ -68,6 +68,8 @@ bool isWellFormed(std::string_view url) {
     return true;
 }
 
+}  // namespace
+
 bool isAllowed(std::string_view url) {
     if (!isWellFormed(url)) return false;
     const auto separator = url.find("://");
@@ -80,11 +82,10 @@ bool isAllowed(std::string_view url) {
     return scheme == "https" ? !host.empty() : scheme == "http" && isLoopback(host);
 }
 
-}  // namespace
-
-std::optional<std::string> refusalOf(std::string_view url) {
-    if (isAllowed(url)) return std::nullopt;
-    return base::filled(base::localized("Nothing is sent to “{0}”: give an address that begins with https://."), {url});
+std::string refusalOf(std::string_view variable) {
+    return base::filled(base::localized("The address in {0} cannot be used, so nothing is sent: give https://host/path "
+                                        "without a user name, or http:// to this machine."),
+                        {variable});
 }
 
 }  // namespace tessivox::telemetry

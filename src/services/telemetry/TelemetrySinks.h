@@ -15,7 +15,7 @@
 
 namespace tessivox::telemetry {
 
-/// Where the user wants signals and reports to go; absent: nowhere.
+/// Where the user wants signals and reports to go, by the environment; absent: nowhere.
 struct Endpoints {
     std::optional<std::string> analyticsURL;
     std::optional<std::string> crashURL;
