@@ -120,7 +120,18 @@ bool RecordingFiles::isDiscarded(std::string_view name) {
     return name.ends_with(kExtension) && (hasPrefix("done_") || hasPrefix("donemic_") || hasPrefix("donesys_"));
 }
 
-std::filesystem::path RecordingFiles::rescued() const { return outputFolder_ / (base_ + ".caf"); }
+std::filesystem::path RecordingFiles::rescued(int number) const {
+    const auto base = number == 1 ? base_ : base_ + "_" + std::to_string(number);
+    return outputFolder_ / (base + std::string(kExtension));
+}
+
+void RecordingFiles::syncTemporaries(base::Files& files) const noexcept {
+    try {
+        files.syncFolder(incompleteFolder_);
+    } catch (const base::FileError&) {
+        // The files come back at worst, and are recognised as saved as long as the recording keeps its name.
+    }
+}
 
 bool RecordingFiles::isTaken(const base::Files& files) const {
     return std::ranges::any_of(kTracks, [&](Track track) {

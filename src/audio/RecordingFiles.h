@@ -35,8 +35,9 @@ public:
     std::filesystem::path temporary(Track track) const;
     /// The temporary CAF's name once it is not needed any more and merely waits for its removal.
     std::filesystem::path discarded(Track track) const;
-    /// Where raw audio goes that could not be encoded.
-    std::filesystem::path rescued() const;
+    /// Where raw audio goes that could not be encoded; the names of higher numbers than 1 are for where those of lower
+    /// ones are taken.
+    std::filesystem::path rescued(int number) const;
 
     /// The recording's base name, if this is the name of a stereo temporary file.
     static std::optional<std::string> baseOfTemporary(std::string_view name);
@@ -50,6 +51,10 @@ public:
     std::filesystem::path recovered(int number) const;
     /// Whether this is a name that the recording may have been saved or recovered under.
     bool mayBeSavedAs(std::string_view name) const;
+
+    /// Brings to the disk that temporary files were renamed or removed, as far as that is possible: a recording that
+    /// the user renames or removes next is not to come back after a power failure.
+    void syncTemporaries(base::Files& files) const noexcept;
 
     const std::string& baseName() const { return base_; }
     const std::filesystem::path& incompleteFolder() const { return incompleteFolder_; }

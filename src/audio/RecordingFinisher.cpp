@@ -71,7 +71,7 @@ std::filesystem::path RecordingFinisher::publish(BackgroundEncoder::FinishedTrac
             break;
         } catch (const base::FileError& error) {
             if (error.code() != EEXIST) throw;
-            names = names.firstFree(files_);
+            names = recording_.names.firstFree(files_);
         }
     }
     files_.syncFolder(names.outputFolder());
@@ -89,6 +89,7 @@ void RecordingFinisher::discardTemporaries() {
             // start.
         }
     }
+    recording_.names.syncTemporaries(files_);
 }
 
 ConversionFailed RecordingFinisher::rescue() {
@@ -96,18 +97,28 @@ ConversionFailed RecordingFinisher::rescue() {
     ConversionFailed outcome;
     syncRawAudio();
     try {
-        files_.replace(names.temporary(Track::stereo), names.rescued());
+        outcome.rescuedPCM = moveBesideOutput();
         files_.syncFolder(names.outputFolder());
-        base::log("Rescued raw PCM to " + names.rescued().filename().string() + " after conversion failure");
-        outcome.rescuedPCM = names.rescued();
+        names.syncTemporaries(files_);
+        base::log("Rescued raw PCM to " + outcome.rescuedPCM->filename().string() + " after conversion failure");
     } catch (const base::FileError& error) {
         base::log("Failed to rescue raw PCM: " + error.description());
-        if (files_.exists(names.rescued()) && !files_.exists(names.temporary(Track::stereo)))
-            outcome.rescuedPCM = names.rescued();
     }
     files_.removeIfPossible(names.temporary(Track::microphone));
     files_.removeIfPossible(names.temporary(Track::system));
     return outcome;
+}
+
+std::filesystem::path RecordingFinisher::moveBesideOutput() {
+    for (int number = 1;; ++number) {
+        const auto target = recording_.names.rescued(number);
+        try {
+            files_.move(recording_.names.temporary(Track::stereo), target);
+            return target;
+        } catch (const base::FileError& error) {
+            if (error.code() != EEXIST) throw;
+        }
+    }
 }
 
 void RecordingFinisher::syncRawAudio() {

@@ -42,6 +42,7 @@ private:
     std::filesystem::path publish(BackgroundEncoder::FinishedTracks& tracks);
     void discardTemporaries();
     ConversionFailed rescue();
+    std::filesystem::path moveBesideOutput();
     void syncRawAudio();
 };
 

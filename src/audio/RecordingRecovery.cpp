@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <memory>
 #include <optional>
 
 #include "audio/CafFile.h"
@@ -48,11 +49,12 @@ public:
     /// The file made, if one was. Throws base::Error and leaves everything as it is.
     std::optional<std::filesystem::path> run() {
         // Held until the temporary files are gone, so that no other process recovers them too.
-        const auto lock = files_.open(temporary_, base::FileAccess::update);
-        if (!lock->tryLock(temporary_)) return std::nullopt;
+        const auto lock = openIfThere();
+        if (!lock || !lock->tryLock(temporary_)) return std::nullopt;
         if (isPlainFile() && holdsNothing(*lock)) return removeTemporaries();
         const CafReader reader(files_.open(temporary_, base::FileAccess::read));
-        if (reader.frames() == 0 || isSaved(reader)) return removeTemporaries();
+        if (reader.frames() == 0) return removeTemporaries();
+        if (isSaved(reader)) return removeSavedTemporaries();
         return finalize(reader.format());
     }
 
@@ -63,6 +65,16 @@ private:
     std::filesystem::path temporary_;
     const RecoveryObserver& observer_;
     const std::stop_token& stop_;
+
+    /// Null if it is gone: another process finished it meanwhile.
+    std::unique_ptr<base::File> openIfThere() {
+        try {
+            return files_.open(temporary_, base::FileAccess::update);
+        } catch (const base::FileError& error) {
+            if (error.code() != ENOENT) throw;
+            return nullptr;
+        }
+    }
 
     bool isPlainFile() const {
         const auto status = files_.status(temporary_);
@@ -75,15 +87,35 @@ private:
             files_.removeIfPossible(names_.hidden(track));
             files_.removeIfPossible(names_.temporary(track));
         }
+        names_.syncTemporaries(files_);
+        return std::nullopt;
+    }
+
+    /// Once what was saved from them is on the disk.
+    std::nullopt_t removeSavedTemporaries() {
+        try {
+            files_.syncFolder(names_.outputFolder());
+            removeTemporaries();
+        } catch (const base::FileError& error) {
+            // The next launch finds both files, and that they are the same.
+            base::log("[Recovery] " + temporary_.filename().string() + " stays for now: " + error.description());
+        }
         return std::nullopt;
     }
 
     /// Whether the program was ended between giving the file its final name and removing the temporary one.
     bool isSaved(const CafReader& reader) {
         const auto isCopy = [&](const std::string& name) {
-            return names_.mayBeSavedAs(name) && lastsAsLong(names_.outputFolder() / name, reader);
+            const auto saved = names_.outputFolder() / name;
+            return names_.mayBeSavedAs(name) && isYoungEnough(saved) && lastsAsLong(saved, reader);
         };
         return std::ranges::any_of(sortedNames(files_, names_.outputFolder()), isCopy);
+    }
+
+    /// What was last written before the temporary file was made was not saved from it.
+    bool isYoungEnough(const std::filesystem::path& saved) const {
+        const auto copy = files_.status(saved), source = files_.status(temporary_);
+        return copy && source && copy->modified >= source->birth;
     }
 
     bool lastsAsLong(const std::filesystem::path& saved, const CafReader& reader) {
@@ -107,13 +139,7 @@ private:
         const auto encoder = encodeFromTemporary(tools_, names_, Track::stereo, settings, progress, stop_);
         if (!encoder) throw base::Error("StereoAudioWriter", -2, base::localized("Empty capture"));
         auto target = publish(*encoder);
-        try {
-            files_.syncFolder(names_.outputFolder());
-            removeTemporaries();
-        } catch (const base::FileError& error) {
-            // The next launch finds both files, and that they are the same.
-            base::log("[Recovery] " + temporary_.filename().string() + " stays for now: " + error.description());
-        }
+        removeSavedTemporaries();
         return target;
     }
 

@@ -168,6 +168,17 @@ void judgeAfterRecovery(Recording& recording, std::size_t frames) {
     }
 }
 
+/// The user gives the recording another name, and then the power fails: it does not come back under the old one.
+void judgeAfterRenaming(Recording& recording, Unsynced unsynced) {
+    if (!recording.disk.exists(kOutput)) return;
+    recording.disk.move(kOutput, kRecordings / "renamed.m4a");
+    recording.disk.syncFolder(kRecordings);
+    recording.disk.crash(unsynced);
+    EXPECT_EQ(recover(recording), 0U);
+    EXPECT_FALSE(recording.disk.exists(kOutput));
+    EXPECT_TRUE(recording.leftovers(kIncomplete).empty());
+}
+
 std::string described(std::uint64_t n, Fault fault, bool separateTracks) {
     const auto name = fault == Fault::noSpace ? "no space" : fault == Fault::ioError ? "I/O error" : "short write";
     return std::string(name) + " at operation " + std::to_string(n) + (separateTracks ? ", separate tracks" : "");
@@ -268,7 +279,19 @@ TEST(RecordingFaultTest, AfterAPowerCutAtAnyOperationTheNextLaunchLeavesOneRecor
                 judgeAfterRecovery(recording, isSaved ? kFrames : recording.settled);
                 EXPECT_EQ(recover(recording), 0U);
                 judgeAfterRecovery(recording, isSaved ? kFrames : recording.settled);
+                judgeAfterRenaming(recording, unsynced);
             }
+        }
+    }
+}
+
+TEST(RecordingFaultTest, ASavedRecordingThatIsRenamedAtOnceDoesNotComeBackAfterAPowerCut) {
+    for (const bool separateTracks : {false, true}) {
+        for (const auto unsynced : {Unsynced::lost, Unsynced::prefix, Unsynced::zeros, Unsynced::kept}) {
+            Recording recording(separateTracks);
+            ASSERT_TRUE(recording.saved());
+            recording.writer.reset();
+            judgeAfterRenaming(recording, unsynced);
         }
     }
 }

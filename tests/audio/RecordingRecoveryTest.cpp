@@ -8,6 +8,7 @@
 #include "base/Log.h"
 #include "support/CrashingFiles.h"
 #include "support/FakeEncoder.h"
+#include "support/ForwardingFiles.h"
 
 namespace tessivox::audio {
 namespace {
@@ -118,6 +119,29 @@ TEST_F(RecordingRecoveryTest, WhatWasSavedUnderAnyNameLosesItsTemporaryFileAndIs
         EXPECT_EQ(recover().size(), 1U) << "another recording, by its length";
         for (const auto& file : disk.list(library)) disk.remove(library / file);
     }
+}
+
+TEST_F(RecordingRecoveryTest, AFileOlderThanTheTemporaryOneIsNotItsCopyHoweverLongItIs) {
+    leave("stereo_talk.caf", 5000);
+    ASSERT_EQ(recover(), std::vector<Path>{"/recordings/talk.m4a"});
+    disk.setTime(disk.status("/recordings/talk.m4a")->modified + std::chrono::seconds(1));
+    leave("stereo_talk.caf", 5000);
+    EXPECT_EQ(recover(), std::vector<Path>{"/recordings/talk_recovered_1.m4a"});
+    EXPECT_EQ(framesOf("/recordings/talk_recovered_1.m4a"), 5000U);
+    EXPECT_TRUE(recover().empty());
+}
+
+TEST_F(RecordingRecoveryTest, WhatAnotherProcessFinishedMeanwhileIsNoFailure) {
+    struct LateList : testing::ForwardingFiles {
+        using ForwardingFiles::ForwardingFiles;
+        std::vector<Path> list(const Path&) const override { return {"stereo_gone.caf"}; }
+    };
+    LateList late(disk);
+    std::vector<std::string> failures;
+    RecoveryObserver observer;
+    observer.failed = [&](const std::string& base, const base::Error&) { failures.push_back(base); };
+    EXPECT_TRUE(recoverIncompleteFiles({late, encoders, {}}, incomplete, library, {}, observer).empty());
+    EXPECT_TRUE(failures.empty());
 }
 
 TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {

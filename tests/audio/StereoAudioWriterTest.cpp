@@ -238,13 +238,16 @@ TEST_F(StereoAudioWriterTest, AnEncoderThatFailedOnTheWayIsMadeUpForAtTheStop) {
 TEST_F(StereoAudioWriterTest, AResultThatIsShortByAFrameIsNotSavedAndTheRawAudioIsKeptBesideTheOutput) {
     encoders.missingFrames = 1;
     disk.put("/home/recordings/talk.caf", "an older rescue");
+    disk.put("/home/recordings/talk_2.caf", "the user's own");
     start();
     feedSpan(Source::microphone, 0s, 3s, 0.5F);
     const auto outcome = stop();
     ASSERT_TRUE(std::holds_alternative<ConversionFailed>(outcome));
-    EXPECT_EQ(std::get<ConversionFailed>(outcome).rescuedPCM, "/home/recordings/talk.caf");
-    EXPECT_EQ(CafReader(disk.open("/home/recordings/talk.caf", base::FileAccess::read)).frames(), 3 * kRate);
-    EXPECT_EQ(leftovers(), std::vector<std::filesystem::path>{"talk.caf"});
+    EXPECT_EQ(std::get<ConversionFailed>(outcome).rescuedPCM, "/home/recordings/talk_3.caf");
+    EXPECT_EQ(CafReader(disk.open("/home/recordings/talk_3.caf", base::FileAccess::read)).frames(), 3 * kRate);
+    EXPECT_EQ(disk.readAll("/home/recordings/talk.caf", 100), "an older rescue");
+    EXPECT_EQ(disk.readAll("/home/recordings/talk_2.caf", 100), "the user's own");
+    EXPECT_EQ(leftovers().size(), 3U);
     EXPECT_FALSE(disk.exists(output));
 }
 
