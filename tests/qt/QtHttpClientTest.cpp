@@ -36,6 +36,7 @@ struct QtHttpClientTest : testing::QtTest {
             return 0;
         } catch (const base::HttpError& error) {
             EXPECT_TRUE(error.description().ends_with(".")) << error.description();
+            EXPECT_EQ(error.description().find("settings"), std::string::npos) << "an address may come from elsewhere";
             return error.code();
         }
     }

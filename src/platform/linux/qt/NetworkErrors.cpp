@@ -14,7 +14,7 @@ std::string_view sentence(HttpErrorCode code) {
         case HttpErrorCode::cancelled:
             return "The request was cancelled.";
         case HttpErrorCode::badAddress:
-            return "The server's address cannot be used. Check it in the settings.";
+            return "The server's address cannot be used. Check it.";
         case HttpErrorCode::timedOut:
             return "The server did not answer in time. Try again later.";
         case HttpErrorCode::hostNotFound:
@@ -24,15 +24,15 @@ std::string_view sentence(HttpErrorCode code) {
         case HttpErrorCode::connectionLost:
             return "The connection to the server was lost. Try again.";
         case HttpErrorCode::redirected:
-            return "The server points to another address. Check its address in the settings.";
+            return "The server points to another address. Check its address.";
         case HttpErrorCode::notConnected:
             return "There is no network connection. Connect and try again.";
         case HttpErrorCode::badAnswer:
-            return "The server sent an answer that cannot be understood. Check its address in the settings.";
+            return "The server sent an answer that cannot be understood. Check its address.";
         case HttpErrorCode::tooLarge:
-            return "The server sent more than can be taken. Check its address in the settings.";
+            return "The server sent more than can be taken. Check its address.";
         case HttpErrorCode::noSecureConnection:
-            return "No secure connection to the server could be made. Check its address in the settings.";
+            return "No secure connection to the server could be made. Check its address.";
         case HttpErrorCode::untrustedCertificate:
             return "The server's certificate is not trusted. Check its address, or ask who runs it.";
         case HttpErrorCode::unknown:
