@@ -217,5 +217,22 @@ TEST_F(TelemetrySinksTest, SendReportsOfEarlierRunsThroughTheFilterAndRemoveWhat
     EXPECT_EQ(server.requests.size(), 2U);
 }
 
+TEST_F(TelemetrySinksTest, DoNotLetAReportThatTheServerRefusesHoldUpLaterOnes) {
+    const auto second = kState / "Crashes" / "2026-01-03T00-00-00.000Z-7.txt";
+    files.put(kReport, "Tessivox report\ntype: SIGSEGV\nend:\n");
+    files.put(second, "Tessivox report\ntype: SIGABRT\nend:\n");
+    const auto triedWith = [this](int status) {
+        server.requests.clear();
+        server.status = status;
+        start({{}, kURL});
+        return server.requests.size();
+    };
+    for (const int status : {400, 404, 413, 422}) EXPECT_EQ(triedWith(status), 2U) << status;
+    for (const int status : {408, 429, 500, 503}) EXPECT_EQ(triedWith(status), 1U) << status;
+    EXPECT_TRUE(files.exists(kReport)) << "a better address may still bring it";
+    EXPECT_EQ(triedWith(200), 2U);
+    EXPECT_FALSE(files.exists(kReport) || files.exists(second));
+}
+
 }  // namespace
 }  // namespace tessivox::telemetry

@@ -1,5 +1,7 @@
 #include "services/telemetry/SendingCrashSink.h"
 
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "base/Log.h"
@@ -9,6 +11,9 @@ namespace tessivox::telemetry {
 namespace {
 
 constexpr std::size_t kLongestReport = std::size_t{1} << 20;  // bytes
+
+/// RFC 9110, section 15, and RFC 6585, section 4: what says nothing against the request itself.
+bool isForLater(int status) { return status == 408 || status == 429 || status >= 500; }
 
 }  // namespace
 
@@ -22,14 +27,15 @@ void SendingCrashSink::start(const CrashOptions& options) {
     if (!options.dsn.empty()) scope_.start(sendAll(reports_.list()));
 }
 
-/// Stops at the first that is not taken: the next start tries again.
+/// Leaves the rest to the next start if the server cannot take any now. A report that it does not want stays: the
+/// address may be at fault, which the user can mend. It must not hold up later ones; the bound removes it one day.
 base::Task<void> SendingCrashSink::sendAll(std::vector<std::filesystem::path> reports) {
     for (const auto& report : reports) {
         auto body = bodyOf(report);
         if (!body) continue;
-        const bool isTaken = co_await send(std::move(*body));
-        if (!isTaken) break;
-        files_.removeIfPossible(report);
+        const auto response = co_await send(std::move(*body));
+        if (!response || isForLater(response->status)) break;
+        if (response->isSuccess()) files_.removeIfPossible(report);
     }
 }
 
@@ -43,20 +49,22 @@ std::optional<std::string> SendingCrashSink::bodyOf(const std::filesystem::path&
     return std::nullopt;
 }
 
-base::Task<bool> SendingCrashSink::send(std::string body) {
+base::Task<std::optional<base::HttpResponse>> SendingCrashSink::send(std::string body) {
     base::HttpRequest request;
     request.method = "POST";
     request.url = options_.dsn;
     request.headers = {{"Content-Type", "application/json"}};
     request.body = std::move(body);
     try {
-        const auto response = co_await client_.send(std::move(request));
-        if (response.isSuccess()) co_return true;
-        base::log("[Crash] The server answered with status " + std::to_string(response.status));
+        auto response = co_await client_.send(std::move(request));
+        if (!response.isSuccess()) {
+            base::log("[Crash] The server answered with status " + std::to_string(response.status));
+        }
+        co_return response;
     } catch (const base::HttpError& error) {
         base::log("[Crash] " + error.description());
     }
-    co_return false;
+    co_return std::nullopt;
 }
 
 }  // namespace tessivox::telemetry

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "base/Scheduler.h"
@@ -33,7 +35,8 @@ private:
     base::TaskScope scope_;
 
     base::Task<void> sendAll(std::vector<std::filesystem::path> reports);
-    base::Task<bool> send(std::string body);
+    /// Absent if there was no answer.
+    base::Task<std::optional<base::HttpResponse>> send(std::string body);
     std::optional<std::string> bodyOf(const std::filesystem::path& report);
 };
 
