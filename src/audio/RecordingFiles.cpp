@@ -7,11 +7,16 @@
 namespace tessivox::audio {
 namespace {
 
+// None is the end of another, so that no two recordings have a hidden name in common.
 constexpr std::string_view kHiddenStereo = ".part";
-constexpr std::string_view kHiddenMicrophone = "_mic.part";
-constexpr std::string_view kHiddenSystem = "_sys.part";
+constexpr std::string_view kHiddenMicrophone = ".part_mic";
+constexpr std::string_view kHiddenSystem = ".part_sys";
+// Of earlier versions; their leftovers are still to be found.
+constexpr std::string_view kOldHiddenMicrophone = "_mic.part";
+constexpr std::string_view kOldHiddenSystem = "_sys.part";
 constexpr std::string_view kRecovered = "_recovered_";
 constexpr std::string_view kExtension = ".caf";
+constexpr std::string_view kSaved = ".m4a";
 
 std::string_view temporaryPrefix(Track track) {
     switch (track) {
@@ -30,6 +35,23 @@ std::optional<std::string> between(std::string_view name, std::string_view start
     const auto around = start.size() + end.size();
     if (name.size() <= around || !name.starts_with(start) || !name.ends_with(end)) return std::nullopt;
     return std::string(name.substr(start.size(), name.size() - around));
+}
+
+/// Without the end that is over so many bytes, and without half a character of UTF-8 before it.
+std::string shortened(std::string_view text, std::size_t size) {
+    if (text.size() <= size) return std::string(text);
+    const auto isContinuation = [&](std::size_t at) { return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U; };
+    auto end = size;
+    while (end > 0 && size - end < 3 && isContinuation(end)) --end;
+    return std::string(text.substr(0, isContinuation(end) ? size : end));
+}
+
+/// Whether it ends so, but for capital letters of ASCII; the end is given in small ones.
+bool endsLike(std::string_view name, std::string_view end) {
+    const auto isLike = [](char letter, char small) {
+        return (letter >= 'A' && letter <= 'Z' ? letter + ('a' - 'A') : letter) == small;
+    };
+    return name.size() >= end.size() && std::ranges::equal(name.substr(name.size() - end.size()), end, isLike);
 }
 
 }  // namespace
@@ -96,23 +118,27 @@ std::optional<std::string> RecordingFiles::baseOfSeparateTrack(std::string_view 
 
 std::vector<std::string> RecordingFiles::basesOfHidden(std::string_view name) {
     std::vector<std::string> bases;
-    for (const std::string_view ending : {kHiddenStereo, kHiddenMicrophone, kHiddenSystem}) {
+    for (const std::string_view ending :
+         {kHiddenStereo, kHiddenMicrophone, kHiddenSystem, kOldHiddenMicrophone, kOldHiddenSystem}) {
         if (auto base = between(name, ".", ending)) bases.push_back(std::move(*base));
     }
     return bases;
 }
 
 std::filesystem::path RecordingFiles::recovered(int number) const {
-    return outputFolder_ / (base_ + std::string(kRecovered) + std::to_string(number) + ".m4a");
+    return outputFolder_ / (baseWith(std::string(kRecovered) + std::to_string(number)) + std::string(kSaved));
 }
 
 bool RecordingFiles::mayBeSavedAs(std::string_view name) const {
-    if (name == final(Track::stereo).filename().native()) return true;
-    const auto isNumber = [](const std::optional<std::string>& text) {
-        return text && text->find_first_not_of("0123456789") == std::string::npos;
-    };
-    return isNumber(between(name, base_ + std::string(kRecovered), ".m4a")) ||
-           isNumber(between(name, base_ + "_", extension_));
+    if (!endsLike(name, kSaved)) return false;
+    const auto stem = name.substr(0, name.size() - kSaved.size());
+    if (stem == base_) return true;
+    const std::string number(stem.substr(stem.find_last_not_of("0123456789") + 1));
+    return !number.empty() && (stem == baseWith(std::string(kRecovered) + number) || stem == baseWith("_" + number));
+}
+
+std::string RecordingFiles::baseWith(const std::string& suffix) const {
+    return shortened(base_, kLongestBase - std::min(kLongestBase, suffix.size())) + suffix;
 }
 
 bool RecordingFiles::isDiscarded(std::string_view name) {
@@ -121,7 +147,7 @@ bool RecordingFiles::isDiscarded(std::string_view name) {
 }
 
 std::filesystem::path RecordingFiles::rescued(int number) const {
-    const auto base = number == 1 ? base_ : base_ + "_" + std::to_string(number);
+    const auto base = number == 1 ? base_ : baseWith("_" + std::to_string(number));
     return outputFolder_ / (base + std::string(kExtension));
 }
 
@@ -141,7 +167,7 @@ bool RecordingFiles::isTaken(const base::Files& files) const {
 
 RecordingFiles RecordingFiles::firstFree(const base::Files& files) const {
     auto candidate = *this;
-    for (int number = 2; candidate.isTaken(files); ++number) candidate.base_ = base_ + "_" + std::to_string(number);
+    for (int number = 2; candidate.isTaken(files); ++number) candidate.base_ = baseWith("_" + std::to_string(number));
     return candidate;
 }
 

@@ -20,7 +20,8 @@ inline constexpr std::array kTracks{Track::stereo, Track::microphone, Track::sys
 std::filesystem::path incompleteFolder(const base::StandardFolders& folders);
 
 /// All names of one recording, from the `.m4a` it is to become. The names of the temporary files are a format: an
-/// interrupted recording is found by them. Every name fits a file system's 255 bytes if the base has at most 243.
+/// interrupted recording is found by them. Every name fits a file system's 255 bytes if the base has at most 243: where
+/// a number follows a long one, the base loses its end.
 class RecordingFiles {
 public:
     static constexpr std::size_t kLongestBase = 243;  ///< bytes
@@ -49,7 +50,7 @@ public:
     static std::vector<std::string> basesOfHidden(std::string_view name);
     /// The name of a recording that came back while its own name, and those of lower numbers, were taken.
     std::filesystem::path recovered(int number) const;
-    /// Whether this is a name that the recording may have been saved or recovered under.
+    /// Whether this is a name that the recording may have been saved or recovered under, ".M4A" being like ".m4a".
     bool mayBeSavedAs(std::string_view name) const;
 
     /// Brings to the disk that temporary files were renamed or removed, as far as that is possible: a recording that
@@ -70,6 +71,9 @@ private:
     std::filesystem::path outputFolder_;
     std::string base_;
     std::string extension_;
+
+    /// The base with something after it, shortened so that this is a base too.
+    std::string baseWith(const std::string& suffix) const;
 };
 
 }  // namespace tessivox::audio

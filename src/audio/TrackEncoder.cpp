@@ -21,15 +21,20 @@ AudioEncoding EncodingSettings::of(Track track) const {
 TrackEncoder::TrackEncoder(base::Files& files, AudioEncoderFactory& encoders, const RecordingFiles& names, Track track,
                            const AudioEncoding& encoding)
     : files_(files), hidden_(names.hidden(track)) {
-    files_.removeIfPossible(hidden_);
+    if (files_.exists(hidden_)) removeLeftover();
     auto file = files_.create(hidden_);
+    lock();
     try {
-        lock();
         encoder_ = std::make_unique<AudioEncoder>(encoders, std::move(file), encoding);
     } catch (...) {
         files_.removeIfPossible(hidden_);
         throw;
     }
+}
+
+void TrackEncoder::removeLeftover() {
+    lock();
+    files_.removeIfPossible(hidden_);
 }
 
 void TrackEncoder::lock() {

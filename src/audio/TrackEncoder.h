@@ -44,6 +44,8 @@ private:
     std::unique_ptr<AudioEncoder> encoder_;
     bool isPublished_ = false;
 
+    /// Removes what a crash has left under the name; throws if somebody is still writing it.
+    void removeLeftover();
     void lock();
 };
 

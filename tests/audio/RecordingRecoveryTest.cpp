@@ -5,6 +5,7 @@
 #include "audio/CafFile.h"
 #include "audio/LeftoverSweep.h"
 #include "audio/RecordingFiles.h"
+#include "audio/TrackEncoder.h"
 #include "base/Log.h"
 #include "support/CrashingFiles.h"
 #include "support/FakeEncoder.h"
@@ -41,7 +42,7 @@ TEST_F(RecordingRecoveryTest, EveryInterruptedRecordingComesBackOnceWithAllItsFr
     leave("stereo_monday.caf", 50000);
     leave("mic_monday.caf", 10);
     leave("sys_monday.caf", 10);
-    disk.put(library / ".monday_mic.part", "half an encoded track");
+    disk.put(library / ".monday.part_mic", "half an encoded track");
     disk.put(library / ".monday.part", "");
     leave("stereo_tuesday.caf", 100, 44100);
     EXPECT_EQ(recover(), (std::vector<Path>{"/recordings/monday.m4a", "/recordings/tuesday.m4a"}));
@@ -107,7 +108,7 @@ TEST_F(RecordingRecoveryTest, WhatCannotBeFinishedStaysAndDoesNotHoldOthersUp) {
 }
 
 TEST_F(RecordingRecoveryTest, WhatWasSavedUnderAnyNameLosesItsTemporaryFileAndIsNotAnnouncedAgain) {
-    for (const auto* name : {"talk.m4a", "talk_2.m4a", "talk_recovered_1.m4a", "talk_recovered_12.m4a"}) {
+    for (const auto* name : {"talk.m4a", "talk.M4A", "talk_2.m4a", "talk_recovered_1.m4a", "talk_recovered_12.m4a"}) {
         leave("stereo_other.caf", 5000);
         ASSERT_EQ(recover().size(), 1U);
         disk.move(library / "other.m4a", library / name);
@@ -119,6 +120,39 @@ TEST_F(RecordingRecoveryTest, WhatWasSavedUnderAnyNameLosesItsTemporaryFileAndIs
         EXPECT_EQ(recover().size(), 1U) << "another recording, by its length";
         for (const auto& file : disk.list(library)) disk.remove(library / file);
     }
+}
+
+TEST_F(RecordingRecoveryTest, ALongBaseLosesItsEndForANumberButNoHalfACharacter) {
+    const std::string base = std::string(226, 'x') + "\u00e4\u00e4\u00e4\u00e4\u00e4\u00e4\u00e4\u00e4x";  // 243 bytes
+    disk.put(library / (base + ".m4a"), "somebody else's");
+    leave("stereo_" + base + ".caf", 5000);
+    const auto target = library / (std::string(226, 'x') + "\u00e4\u00e4_recovered_1.m4a");
+    EXPECT_EQ(recover(), std::vector<Path>{target});
+    leave("stereo_" + base + ".caf", 5000);
+    EXPECT_TRUE(recover().empty()) << "what was saved under the shortened name is recognised";
+    EXPECT_TRUE(disk.list(incomplete).empty());
+    const auto next = RecordingFiles(incomplete, library / (base + ".m4a")).firstFree(disk);
+    EXPECT_EQ(next.baseName(), std::string(226, 'x') + "\u00e4\u00e4\u00e4\u00e4\u00e4\u00e4\u00e4_2");
+    for (const auto track : kTracks) {
+        for (const auto& path : {next.final(track), next.hidden(track), next.temporary(track), next.discarded(track)})
+            EXPECT_LE(path.filename().native().size(), 255U) << path;
+    }
+}
+
+TEST_F(RecordingRecoveryTest, ARecordingNeverRemovesTheHiddenFileThatAnotherOneWrites) {
+    const RecordingFiles names(incomplete, library / "a.m4a"), other(incomplete, library / "a_mic.m4a");
+    EXPECT_NE(names.hidden(Track::microphone), other.hidden(Track::stereo));
+    const auto make = [&] { return TrackEncoder(disk, encoders, names, Track::stereo, {48000, 2, 128000}); };
+    const auto hidden = names.hidden(Track::stereo);
+    disk.put(hidden, "left by a crash");
+    {
+        const auto first = make();
+        const auto inode = disk.status(hidden)->inode;
+        EXPECT_THROW(make(), base::FileError);
+        ASSERT_TRUE(disk.exists(hidden));
+        EXPECT_EQ(disk.status(hidden)->inode, inode);
+    }
+    EXPECT_FALSE(disk.exists(hidden));
 }
 
 TEST_F(RecordingRecoveryTest, AFileOlderThanTheTemporaryOneIsNotItsCopyHoweverLongItIs) {
@@ -148,6 +182,7 @@ TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {
     disk.put(library / ".gone.part", std::string(4, '\0') + "ftypM4A half");
     disk.put(library / ".gone_sys.part", std::string(500, '\0'));
     disk.put(library / ".early_mic.part", "");
+    for (const auto* name : {".early.part_mic", ".early.part_sys"}) disk.put(library / name, "");
     leave("mic_gone.caf", 10);
     disk.put(incomplete / "sys_gone.caf", "");
     disk.put(incomplete / "donemic_gone.caf", "x");
