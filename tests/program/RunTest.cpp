@@ -201,14 +201,15 @@ TEST_F(RunTest, OpensNoConnectionToAnywhereByDefault) {
     }
     ::kill(program.pid(), SIGTERM);
     EXPECT_EQ(program.wait(), 0);
+}
 
-    TEST_F(RunTest, ANameThatWouldSteerTheTerminalIsToldWithoutItsControls) {
-        const auto recordings = home / "Documents/TessivoxRecordings";
-        std::filesystem::create_directories(recordings);
-        for (const auto* name : {"a.m4a", "b\x1b[2J.m4a"}) std::ofstream(recordings / name) << "sound";
-        EXPECT_EQ(status({"rename", "a", "b\x1b[2J"}, "taken"), 1);
-        EXPECT_EQ(text("taken"), "There is already a recording \"b [2J\": choose another name.\n");
-    }
+TEST_F(RunTest, ANameThatWouldSteerTheTerminalIsToldWithoutItsControls) {
+    const auto recordings = home / "Documents/TessivoxRecordings";
+    std::filesystem::create_directories(recordings);
+    for (const auto* name : {"a.m4a", "b\x1b[2J.m4a"}) std::ofstream(recordings / name) << "sound";
+    EXPECT_EQ(status({"rename", "a", "b\x1b[2J"}, "taken"), 1);
+    EXPECT_EQ(text("taken"), "There is already a recording \"b [2J\": choose another name.\n");
+}
 
 }  // namespace
 }  // namespace tessivox::testing
