@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/Console.h"
+#include "audio/RecordingFiles.h"
 #include "base/Text.h"
 
 namespace tessivox::app {
@@ -95,13 +96,13 @@ std::optional<Refusal> folderRefusal(base::Files& files, const Path& folder) {
     const auto status = files.status(folder);
     if (!status || !status->isFolder)
         return refusal("There is no folder \"{0}\": make it, or choose another with --output.", {folder.string()});
-    const auto probe = folder / ".tessivox-probe";
+    const auto probe = folder / audio::RecordingFiles::kProbe;
     try {
         files.create(probe);
         files.removeIfPossible(probe);
         return std::nullopt;
     } catch (const base::FileError& error) {
-        if (error.code() == EEXIST) return std::nullopt;  // another recording tries it just now
+        if (error.code() == EEXIST) return std::nullopt;  // another recording tries it just now, or was killed then
         if (error.code() == ENOSPC || error.code() == EDQUOT)
             return refusal("The disk of \"{0}\" is full: free some space, or choose another folder with --output.",
                            {folder.string()});

@@ -22,6 +22,7 @@ public:
         for (const auto& name : sortedNames(files_, incompleteFolder_)) {
             if (isSuperfluous(name)) remove(incompleteFolder_ / name);
         }
+        remove(recordingsFolder_ / RecordingFiles::kProbe);
         for (const auto& name : sortedNames(files_, recordingsFolder_)) {
             const auto bases = RecordingFiles::basesOfHidden(name);
             if (bases.empty() || std::ranges::any_of(bases, [this](const auto& base) { return isOpen(base); }))

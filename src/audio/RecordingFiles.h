@@ -25,6 +25,8 @@ std::filesystem::path incompleteFolder(const base::StandardFolders& folders);
 class RecordingFiles {
 public:
     static constexpr std::size_t kLongestBase = 243;  ///< bytes
+    /// What is made for a moment in a folder to see whether that can be written to.
+    static constexpr const char* kProbe = ".tessivox-probe";
 
     RecordingFiles(std::filesystem::path incompleteFolder, const std::filesystem::path& output);
 

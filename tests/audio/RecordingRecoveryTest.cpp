@@ -183,6 +183,7 @@ TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {
     disk.put(library / ".gone_sys.part", std::string(500, '\0'));
     disk.put(library / ".early_mic.part", "");
     for (const auto* name : {".early.part_mic", ".early.part_sys"}) disk.put(library / name, "");
+    disk.put(library / RecordingFiles::kProbe, "");
     leave("mic_gone.caf", 10);
     disk.put(incomplete / "sys_gone.caf", "");
     disk.put(incomplete / "donemic_gone.caf", "x");

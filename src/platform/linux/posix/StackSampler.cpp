@@ -21,12 +21,15 @@ constexpr int kSignal = SIGURG;
 // A handler reaches nothing but globals.
 InterruptedStack stack;
 std::atomic<bool> isAsked = false;
+// Orders the stack's contents, for ThreadSanitizer too, which knows no sem_clockwait.
+std::atomic<bool> isTaken = false;
 sem_t isAnswered;
 
 void answer(int, siginfo_t*, void* context) {
     const auto error = errno;
     if (isAsked.exchange(false)) {
         stack.take(context);
+        isTaken = true;
         ::sem_post(&isAnswered);
     }
     errno = error;
@@ -59,7 +62,7 @@ std::span<void* const> StackSampler::sample(pid_t thread) {
     assert(thread != ::gettid());
     isAsked = true;
     ::syscall(SYS_tgkill, ::getpid(), thread, kSignal);
-    return isAnsweredInTime() ? stack.addresses() : std::span<void* const>();
+    return isAnsweredInTime() && isTaken.exchange(false) ? stack.addresses() : std::span<void* const>();
 }
 
 }  // namespace tessivox::posix
