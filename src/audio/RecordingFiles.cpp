@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/ShortenedText.h"
+
 namespace tessivox::audio {
 namespace {
 
@@ -35,15 +37,6 @@ std::optional<std::string> between(std::string_view name, std::string_view start
     const auto around = start.size() + end.size();
     if (name.size() <= around || !name.starts_with(start) || !name.ends_with(end)) return std::nullopt;
     return std::string(name.substr(start.size(), name.size() - around));
-}
-
-/// Without the end that is over so many bytes, and without half a character of UTF-8 before it.
-std::string shortened(std::string_view text, std::size_t size) {
-    if (text.size() <= size) return std::string(text);
-    const auto isContinuation = [&](std::size_t at) { return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U; };
-    auto end = size;
-    while (end > 0 && size - end < 3 && isContinuation(end)) --end;
-    return std::string(text.substr(0, isContinuation(end) ? size : end));
 }
 
 /// Whether it ends so, but for capital letters of ASCII; the end is given in small ones.
@@ -138,7 +131,7 @@ bool RecordingFiles::mayBeSavedAs(std::string_view name) const {
 }
 
 std::string RecordingFiles::baseWith(const std::string& suffix) const {
-    return shortened(base_, kLongestBase - std::min(kLongestBase, suffix.size())) + suffix;
+    return std::string(base::shortened(base_, kLongestBase - std::min(kLongestBase, suffix.size()))) + suffix;
 }
 
 bool RecordingFiles::isDiscarded(std::string_view name) {

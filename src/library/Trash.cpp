@@ -5,6 +5,7 @@
 #include <span>
 
 #include "base/Log.h"
+#include "base/ShortenedText.h"
 #include "base/Text.h"
 
 namespace tessivox::library {
@@ -17,15 +18,6 @@ constexpr unsigned kSticky = 01000;
 constexpr int kMaxNumber = 100000;
 /// What is longer than this after a dot is no extension.
 constexpr std::size_t kLongestExtension = 16;
-
-/// The first bytes of a name, without a UTF-8 sequence cut in two.
-std::string_view shortened(std::string_view name, std::size_t size) {
-    if (name.size() <= size) return name;
-    const auto isContinuation = [&](std::size_t at) { return (static_cast<unsigned char>(name[at]) & 0xC0U) == 0x80U; };
-    auto end = size;
-    while (end > 0 && size - end < 3 && isContinuation(end)) --end;
-    return name.substr(0, isContinuation(end) ? size : end);
-}
 
 std::string isoTime(const base::CivilTime& time) {
     return paddedNumber(time.year, 4) + "-" + paddedNumber(time.month, 2) + "-" + paddedNumber(time.day, 2) + "T" +
@@ -183,7 +175,7 @@ std::string Trash::candidateName(std::string_view name, int number) {
     const auto counter = number > 1 ? " " + std::to_string(number) : std::string();
     const auto stem = name.substr(0, name.size() - extension.size());
     const auto room = kLongestName - extension.size() - counter.size();
-    return std::string(shortened(stem, room)) + counter + std::string(extension);
+    return std::string(base::shortened(stem, room)) + counter + std::string(extension);
 }
 
 }  // namespace tessivox::library
