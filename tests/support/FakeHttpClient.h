@@ -69,6 +69,11 @@ public:
                              [part](const auto& request) { return has(request.url, part); });
         return found;
     }
+    static std::string bodyOf(const base::HttpRequest& request) {
+        auto body = request.body;
+        for (const auto& piece : request.rest) body += *piece;
+        return body;
+    }
     /// Absent if the request has no such header.
     static std::optional<std::string> header(const base::HttpRequest& request, std::string_view name) {
         const auto found = std::ranges::find(request.headers, name, &std::pair<std::string, std::string>::first);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,8 +21,16 @@ struct HttpRequest {
     std::string url;  ///< http or https
     HttpHeaders headers;
     std::string body;
+    /// What follows in the body, for contents that are too large to be copied.
+    std::vector<std::shared_ptr<const std::string>> rest{};
     Duration timeout = std::chrono::seconds(60);  ///< longest time in which not one byte moves
     Duration deadline = std::chrono::hours(1);    ///< longest time for all of it
+
+    std::size_t bodySize() const {
+        auto size = body.size();
+        for (const auto& piece : rest) size += piece->size();
+        return size;
+    }
 };
 
 struct HttpResponse {

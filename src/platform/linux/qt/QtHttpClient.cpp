@@ -1,8 +1,10 @@
 #include "platform/linux/qt/QtHttpClient.h"
 
+#include <QFile>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
+#include <QSslCertificate>
 #include <QTimer>
 #include <QUrl>
 #include <algorithm>
@@ -16,6 +18,7 @@
 #include <utility>
 
 #include "base/Completion.h"
+#include "base/Text.h"
 #include "platform/linux/qt/NetworkErrors.h"
 #include "platform/linux/qt/SingleUseBody.h"
 
@@ -23,6 +26,8 @@ namespace tessivox::qt {
 namespace {
 
 using base::HttpErrorCode;
+
+constexpr qint64 kMostCertificateBytes = qint64{16} << 20;
 
 int milliseconds(base::Duration duration) {
     const auto count = std::chrono::ceil<std::chrono::milliseconds>(duration).count();
@@ -34,6 +39,23 @@ QUrl checkedUrl(const std::string& text) {
     const bool isWeb = url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
     if (!url.isValid() || !isWeb || url.host().isEmpty()) throw httpError(HttpErrorCode::badAddress);
     return url;
+}
+
+/// A file that is not there, is none of certificates, or cannot be read holds none.
+std::optional<QSslConfiguration> tlsTrusting(const std::optional<std::filesystem::path>& file) {
+    if (!file) return std::nullopt;
+    QFile opened(QFile::decodeName(QByteArray::fromStdString(file->string())));
+    const auto text = opened.open(QIODevice::ReadOnly) ? opened.read(kMostCertificateBytes) : QByteArray();
+    const auto certificates = QSslCertificate::fromData(text, QSsl::Pem);
+    if (certificates.isEmpty()) {
+        constexpr auto kSentence =
+            "The file \"{0}\" holds no certificates that can be read: name a PEM file with --ca-file or "
+            "TESSIVOX_CA_FILE.";
+        throw base::Error("certificates", 1, base::filled(base::localized(kSentence), {file->string()}));
+    }
+    auto configuration = QSslConfiguration::defaultConfiguration();
+    configuration.addCaCertificates(certificates);
+    return configuration;
 }
 
 QNetworkRequest makeRequest(const base::HttpRequest& asked, const std::string& userAgent) {
@@ -50,15 +72,23 @@ QNetworkRequest makeRequest(const base::HttpRequest& asked, const std::string& u
     return request;
 }
 
+/// Takes the bytes over, so that a large body is there once.
+std::unique_ptr<SingleUseBody> takeBody(base::HttpRequest& asked) {
+    auto pieces = std::exchange(asked.rest, {});
+    pieces.insert(pieces.begin(), std::make_shared<const std::string>(std::exchange(asked.body, {})));
+    return std::make_unique<SingleUseBody>(std::move(pieces));
+}
+
 /// A request without a body carries none, rather than one of no bytes.
-QNetworkReply* startRequest(QNetworkAccessManager& manager, QNetworkRequest request, const base::HttpRequest& asked) {
+QNetworkReply* startRequest(QNetworkAccessManager& manager, QNetworkRequest request, base::HttpRequest& asked) {
     const auto method = QByteArray::fromStdString(asked.method);
-    if (asked.body.empty() && method == "GET") return manager.get(request);
-    if (asked.body.empty() && method == "HEAD") return manager.head(request);
-    if (asked.body.empty()) return manager.sendCustomRequest(request, method);
-    auto body = std::make_unique<SingleUseBody>(QByteArray::fromStdString(asked.body));
+    const auto size = asked.bodySize();
+    if (size == 0 && method == "GET") return manager.get(request);
+    if (size == 0 && method == "HEAD") return manager.head(request);
+    if (size == 0) return manager.sendCustomRequest(request, method);
+    auto body = takeBody(asked);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    request.setHeader(QNetworkRequest::ContentLengthHeader, static_cast<qint64>(asked.body.size()));
+    request.setHeader(QNetworkRequest::ContentLengthHeader, static_cast<qint64>(size));
     auto* reply = manager.sendCustomRequest(request, method, body.get());
     body.release()->setParent(reply);
     return reply;
@@ -69,7 +99,7 @@ QNetworkReply* startRequest(QNetworkAccessManager& manager, QNetworkRequest requ
 /// One request under way; its end aborts it.
 class QtHttpClient::Exchange {
 public:
-    Exchange(QNetworkAccessManager& manager, const QNetworkRequest& request, const base::HttpRequest& asked)
+    Exchange(QNetworkAccessManager& manager, const QNetworkRequest& request, base::HttpRequest& asked)
         : reply_(startRequest(manager, request, asked)) {
         // Delivered from the event loop, so that whoever is told may destroy anything of Qt's.
         QObject::connect(
@@ -139,14 +169,15 @@ private:
     }
 };
 
-QtHttpClient::QtHttpClient(std::string userAgent) : userAgent_(std::move(userAgent)) {}
+QtHttpClient::QtHttpClient(std::string userAgent, const std::optional<std::filesystem::path>& trustedFile)
+    : userAgent_(std::move(userAgent)), tls_(tlsTrusting(trustedFile)) {}
 
 QtHttpClient::~QtHttpClient() = default;
 
 base::Task<base::HttpResponse> QtHttpClient::send(base::HttpRequest request) {
-    const auto prepared = makeRequest(request, userAgent_);
+    auto prepared = makeRequest(request, userAgent_);
+    if (tls_) prepared.setSslConfiguration(*tls_);
     const Exchange exchange(manager_, prepared, request);
-    request.body = {};
     co_return co_await exchange.answer();
 }
 

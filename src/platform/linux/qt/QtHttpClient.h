@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QNetworkAccessManager>
+#include <QSslConfiguration>
+#include <filesystem>
+#include <optional>
 #include <string>
 
 #include "base/ports/HttpClient.h"
@@ -13,8 +16,9 @@ namespace tessivox::qt {
 /// A request without a body is sent a second time if the server closes the connection without an answer.
 class QtHttpClient final : public base::HttpClient {
 public:
-    /// `userAgent` is sent where a request has none of its own.
-    explicit QtHttpClient(std::string userAgent);
+    /// `userAgent` is sent where a request has none of its own. The certificates in `trustedFile` (PEM) are trusted
+    /// beside the system's; throws base::Error, with a sentence that says what to do, if it holds none.
+    explicit QtHttpClient(std::string userAgent, const std::optional<std::filesystem::path>& trustedFile = {});
     /// Requests that still run fail as cancelled.
     ~QtHttpClient() override;
 
@@ -23,6 +27,7 @@ public:
 private:
     class Exchange;
     const std::string userAgent_;
+    const std::optional<QSslConfiguration> tls_;
     QNetworkAccessManager manager_;
 };
 

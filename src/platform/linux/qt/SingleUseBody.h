@@ -1,9 +1,13 @@
 #pragma once
 
-#include <QByteArray>
 #include <QIODevice>
 #include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace tessivox::qt {
 
@@ -11,24 +15,37 @@ namespace tessivox::qt {
 /// without an answer; the server may have done its work by then. From this it cannot.
 class SingleUseBody final : public QIODevice {
 public:
-    explicit SingleUseBody(QByteArray bytes) : bytes_(std::move(bytes)) { open(ReadOnly | Unbuffered); }
+    using Pieces = std::vector<std::shared_ptr<const std::string>>;
+
+    explicit SingleUseBody(Pieces pieces) : pieces_(std::move(pieces)) {
+        for (const auto& piece : pieces_) left_ += static_cast<qint64>(piece->size());
+        open(ReadOnly | Unbuffered);
+    }
     bool isSequential() const override { return true; }
     bool seek(qint64) override { return false; }
-    qint64 bytesAvailable() const override { return bytes_.size() - position_; }
+    qint64 bytesAvailable() const override { return left_; }
 
 protected:
     qint64 readData(char* target, qint64 most) override {
-        const auto count = std::min<qint64>(most, bytes_.size() - position_);
-        if (count == 0) return -1;
-        std::copy_n(bytes_.constData() + position_, count, target);
+        if (left_ == 0) return -1;
+        while (position_ == pieces_[piece_]->size()) {
+            ++piece_;
+            position_ = 0;
+        }
+        const auto rest = std::string_view(*pieces_[piece_]).substr(position_);
+        const auto count = std::min(rest.size(), static_cast<std::size_t>(std::max<qint64>(most, 0)));
+        std::copy_n(rest.data(), count, target);
         position_ += count;
-        return count;
+        left_ -= static_cast<qint64>(count);
+        return static_cast<qint64>(count);
     }
     qint64 writeData(const char*, qint64) override { return -1; }
 
 private:
-    const QByteArray bytes_;
-    qint64 position_ = 0;
+    const Pieces pieces_;
+    std::size_t piece_ = 0;
+    std::size_t position_ = 0;  ///< in the piece
+    qint64 left_ = 0;
 };
 
 }  // namespace tessivox::qt
