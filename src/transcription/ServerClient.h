@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "base/Task.h"
+#include "base/Units.h"
 #include "base/ports/HttpClient.h"
 #include "transcription/DeviceIdentity.h"
 #include "transcription/ServerRecords.h"
@@ -19,6 +21,16 @@ struct Upload {
     std::shared_ptr<const std::string> bytes;
 };
 
+/// The longest times in which nothing moves, by kind of request.
+struct ServerTimeouts {
+    base::Duration usual = std::chrono::seconds(60);
+    base::Duration submit = std::chrono::seconds(300);
+    base::Duration taskStatus = std::chrono::seconds(30);
+    base::Duration summarize = std::chrono::seconds(120);
+    base::Duration message = std::chrono::seconds(30);
+    int deadlineFactor = 5;  ///< all of a request may take so many times as long
+};
+
 /// The server's endpoints. Every operation throws TranscriptionError; destroying its task aborts the request. Main
 /// thread.
 class ServerClient {
@@ -29,6 +41,7 @@ public:
         DeviceIdentity& identity;
         std::string appVersion;
         std::function<std::string()> makeUuid;  ///< upper-case text
+        ServerTimeouts timeouts{};
     };
     explicit ServerClient(Parts parts) : parts_(std::move(parts)) {}
 
@@ -46,7 +59,20 @@ public:
     base::Task<void> sendMessage(std::string text, std::optional<std::string> email);
 
 private:
+    /// A request before it is known which server it goes to.
+    struct Call {
+        base::HttpRequest request;  ///< its url is the path, its headers are those beyond the common ones
+        bool isAnonymous = false;   ///< without a token, whether there is one or not
+    };
     Parts parts_;
+
+    Call makeCall(std::string method, std::string path, base::Duration timeout) const;
+    Call makeSubmit(const Upload& upload) const;
+    base::HttpRequest addressed(const Call& call, const std::string& baseURL, const std::optional<std::string>& token);
+    void forget(const std::string& token);
+    base::Task<base::HttpResponse> sendAuthorized(Call call);
+    base::Task<base::HttpResponse> sendTo(Call call, std::string baseURL);
+    base::Task<void> storeGivenToken();
 };
 
 }  // namespace tessivox::transcription
