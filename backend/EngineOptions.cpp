@@ -7,8 +7,12 @@ namespace tessivox::backend {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FakeOptions, text, seconds, decodeSeconds, length, crashes, hangs)
 
 void to_json(nlohmann::json& json, const EngineOptions& options) {
-    json = {{"engine", options.engine},           {"command", options.command}, {"openaiUrl", options.openaiUrl},
-            {"openaiModel", options.openaiModel}, {"chatUrl", options.chatUrl}, {"chatModel", options.chatModel},
+    json = {{"engine", options.engine},
+            {"command", options.command},
+            {"openaiUrl", options.openaiUrl},
+            {"openaiModel", options.openaiModel},
+            {"chatUrl", options.chatUrl},
+            {"chatModel", options.chatModel},
             {"fake", options.fake}};
 }
 
