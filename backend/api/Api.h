@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "backend/Faults.h"
+#include "backend/Summarizer.h"
+#include "backend/api/DeviceTokens.h"
+#include "backend/api/MessageLog.h"
+#include "backend/http/Http.h"
+#include "backend/jobs/JobStore.h"
+
+namespace tessivox::backend {
+
+/// Who a server is for its clients.
+struct Identity {
+    std::string secret;              ///< the first part of every path
+    std::vector<std::string> hosts;  ///< by which names they call it, without port
+};
+
+/// What the endpoints work with. All of it is there for any thread.
+struct ApiParts {
+    JobStore& jobs;
+    DeviceTokens& devices;
+    MessageLog& messages;
+    Summarizer& summarizer;
+    Faults& faults;
+    std::function<void()> jobArrived;
+};
+
+/// The endpoints. Any thread.
+class Api {
+public:
+    /// How long a client waits for a job since it has submitted it, in seconds. A job that takes longer is answered
+    /// with 503, so that clients come back as long as there is somebody working on it.
+    static constexpr std::int64_t kClientsPatience = 45 * 60;
+    static constexpr std::int64_t kAllowance = 1000000;  ///< of transcriptions, which nobody counts
+
+    Api(Identity identity, ApiParts parts) : identity_(std::move(identity)), parts_(std::move(parts)) {}
+
+    HttpAnswer answer(const HttpRequest& request);
+    /// When the last request came that knew the secret; at first, when this was made.
+    std::chrono::steady_clock::time_point lastRequest() const { return lastRequest_; }
+
+private:
+    struct Endpoint;
+    static const std::vector<Endpoint>& endpoints();
+
+    const Identity identity_;
+    const ApiParts parts_;
+    std::atomic<std::chrono::steady_clock::time_point> lastRequest_ = std::chrono::steady_clock::now();
+
+    std::string_view pathOf(const HttpRequest& request) const;
+    void checkOrigin(const HttpRequest& request) const;
+    void checkToken(const HttpRequest& request) const;
+    HttpAnswer serve(const HttpRequest& request, const Endpoint& endpoint, std::string_view argument);
+    HttpAnswer perform(const HttpRequest& request, const Endpoint& endpoint, std::string_view argument);
+
+    HttpAnswer usage(const HttpRequest& request, std::string_view);
+    HttpAnswer me(const HttpRequest& request, std::string_view);
+    HttpAnswer submit(const HttpRequest& request, std::string_view);
+    HttpAnswer status(const HttpRequest& request, std::string_view id);
+    HttpAnswer summarize(const HttpRequest& request, std::string_view);
+    HttpAnswer keep(const HttpRequest& request, std::string_view kind);
+    nlohmann::json usageRecord() const;
+};
+
+}  // namespace tessivox::backend
