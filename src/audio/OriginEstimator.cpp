@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace tessivox::audio {
 
 void OriginEstimator::add(base::HostTime observation) {
-    if (count_ > 0 && std::chrono::abs(observation - median()) > kStray) {
+    if (std::exchange(isDoubted_, false) && std::chrono::abs(observation - early()) > kConfirmed) restart();
+    if (count_ > 0 && std::chrono::abs(observation - early()) > kStray) {
         // One far reply is an outlier; two in a row mean that the origin itself has moved.
         if (++strays_ < 2) {
             remember(observation);
@@ -18,15 +20,16 @@ void OriginEstimator::add(base::HostTime observation) {
     }
     strays_ = 0;
     remember(observation);
-    const auto middle = median();
-    const bool isSteady = origin_ && std::chrono::abs(middle - *origin_) <= kTolerance;
-    // While few replies are in, the median still moves: follow it without tolerance.
-    if (!isSteady || count_ < kEnough) origin_ = middle;
+    const auto word = early();
+    const bool isSteady = origin_ && std::chrono::abs(word - *origin_) <= kTolerance;
+    // While few replies are in, it still moves: follow it without tolerance.
+    if (!isSteady || count_ < kEnough) origin_ = word;
 }
 
 void OriginEstimator::restart() {
     count_ = next_ = 0;
     strays_ = 0;
+    isDoubted_ = false;
     origin_.reset();
 }
 
@@ -47,12 +50,12 @@ void OriginEstimator::remember(base::HostTime observation) {
     count_ = std::min(count_ + 1, kHistory);
 }
 
-base::HostTime OriginEstimator::median() const {
+base::HostTime OriginEstimator::early() const {
     auto sorted = history_;
     const auto end = sorted.begin() + static_cast<std::ptrdiff_t>(count_);
-    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(count_ / 2);
-    std::nth_element(sorted.begin(), middle, end);
-    return *middle;
+    const auto word = sorted.begin() + static_cast<std::ptrdiff_t>(count_ / kPerOutlier);
+    std::nth_element(sorted.begin(), word, end);
+    return *word;
 }
 
 }  // namespace tessivox::audio

@@ -9,20 +9,23 @@
 
 namespace tessivox::audio {
 
-/// Estimates the host time of a stream's frame 0 from repeated timing replies, each of which tells it with an error of
-/// a few milliseconds at worst. The estimate is their median, kept as it is while the median stays close, so that
-/// buffers join without a seam; it follows the slow drift of a device clock in small steps. Not thread-safe.
+/// Estimates the host time of a stream's frame 0 from repeated timing replies. On a busy machine a reply is given some
+/// milliseconds late, which makes the origin look as much later, but hardly ever early: so the estimate is one of the
+/// earliest words of the latest two seconds, and not their middle. It is kept as it is while that stays close, so that
+/// buffers join without a seam, and follows the slow drift of a device clock in small steps. Not thread-safe.
 class OriginEstimator {
 public:
     /// A reply's word for the host time of frame 0.
     void add(base::HostTime observation);
     /// Forgets everything: frames were lost or the device paused, so old replies speak of another origin.
     void restart();
+    /// The device may have paused: if the next reply does not confirm the origin, everything before it is forgotten.
+    void doubt() { isDoubted_ = count_ > 0; }
 
-    /// Absent before the first reply.
-    std::optional<base::HostTime> origin() const { return origin_; }
+    /// Absent before the first reply, and while in doubt.
+    std::optional<base::HostTime> origin() const { return isDoubted_ ? std::nullopt : origin_; }
     /// Whether enough replies that agree are in for the estimate to be trusted to a fraction of a millisecond.
-    bool isSettled() const { return count_ >= kEnough && strays_ == 0; }
+    bool isSettled() const { return count_ >= kEnough && strays_ == 0 && !isDoubted_; }
 
     /// Host time of a frame, rounded up to a whole nanosecond so that placing by truncation gives the frame back.
     static base::HostTime timeOf(base::HostTime origin, std::uint64_t frame, double sampleRate);
@@ -30,17 +33,21 @@ public:
 private:
     static constexpr std::size_t kHistory = 21;
     static constexpr std::size_t kEnough = 7;
+    /// Of so many words the earliest is left out: one in a while is too early.
+    static constexpr std::size_t kPerOutlier = 8;
     static constexpr base::Duration kStray = std::chrono::milliseconds(15);
+    static constexpr base::Duration kConfirmed = std::chrono::milliseconds(3);
     static constexpr base::Duration kTolerance = std::chrono::microseconds(500);
 
     std::array<base::HostTime, kHistory> history_{};
     std::size_t count_ = 0;  ///< valid entries
     std::size_t next_ = 0;   ///< where the next one goes
-    int strays_ = 0;         ///< latest replies in a row that lie far from the median
+    int strays_ = 0;         ///< latest replies in a row that lie far from the estimate
+    bool isDoubted_ = false;
     std::optional<base::HostTime> origin_;
 
     void remember(base::HostTime observation);
-    base::HostTime median() const;
+    base::HostTime early() const;
 };
 
 }  // namespace tessivox::audio

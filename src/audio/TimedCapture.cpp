@@ -15,7 +15,7 @@ TimedCapture::TimedCapture(const AudioFormat& format, CaptureSink& sink)
     : format_(format), sink_(sink), held_(secondOf(format), 1024) {}
 
 void TimedCapture::addAudio(std::span<const float> interleaved, base::HostTime arrival) {
-    if (frames_ > 0 && arrival - lastArrival_ > kStall) restart(arrival);
+    if (frames_ > 0 && arrival - lastArrival_ > kStall) doubt(arrival);
     lastArrival_ = arrival;
     const auto channels = static_cast<std::size_t>(format_.channels);
     const auto largest = secondOf(format_) / 4;
@@ -55,6 +55,12 @@ void TimedCapture::flush() {
 void TimedCapture::restart(base::HostTime now) {
     flush();
     estimator_.restart();
+    validFrom_ = now;
+}
+
+void TimedCapture::doubt(base::HostTime now) {
+    flush();
+    estimator_.doubt();
     validFrom_ = now;
 }
 

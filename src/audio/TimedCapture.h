@@ -42,7 +42,8 @@ private:
     static constexpr base::Duration kLongestHold = std::chrono::milliseconds(250);
     static constexpr base::Duration kEagerInterval = std::chrono::milliseconds(10);
     static constexpr base::Duration kInterval = std::chrono::milliseconds(100);
-    /// Without audio for so long the device has stalled; replies from before and during the stall don't count.
+    /// Without audio for so long the device has stalled, or only the server was late; replies from before and during
+    /// the stall don't count.
     static constexpr base::Duration kStall = std::chrono::milliseconds(150);
 
     AudioFormat format_;
@@ -56,6 +57,7 @@ private:
     base::HostTime validFrom_{};    ///< replies asked for earlier speak of another origin
     bool isReplyPending_ = false;
 
+    void doubt(base::HostTime now);
     void release(bool (TimedCapture::*mayGo)(const Held&, base::HostTime) const, base::HostTime now);
     bool isTimed(const Held& held, base::HostTime now) const;
     bool isOverdue(const Held& held, base::HostTime now) const;
