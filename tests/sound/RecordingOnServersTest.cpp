@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <span>
 
 #include "audio/AudioRecorder.h"
 #include "core/JsonPreferences.h"
@@ -43,6 +44,7 @@ protected:
     audio::AudioRecorder recorder{
         {loop, disk, utc, settings, state, devices, backend, levels}, writer, "/data/Incomplete"};
     std::vector<float> left, right;
+    base::HostTime started{};
 
     bool runUntil(const std::function<bool()>& condition, base::Duration limit = 10s) {
         bool isMet = false;
@@ -64,7 +66,12 @@ protected:
         base::TaskScope scope(loop);
         scope.start(begin());
         ASSERT_TRUE(runUntil([this] { return recorder.isRecording.get(); }));
+        started = loop.now();
     }
+    /// Where in the recording the present moment is; on a busy machine commands to the server take a while. Good to
+    /// some tenths of a second.
+    double secondsRecorded() const { return base::toSeconds(loop.now() - started); }
+    static std::size_t framesIn(double seconds) { return static_cast<std::size_t>(seconds * 48000); }
     void stop() {
         std::optional<audio::RecordingStopOutcome> outcome;
         const auto end = [&]() -> base::Task<void> { outcome = co_await recorder.stopRecording(); };
@@ -135,13 +142,18 @@ TEST_P(RecordingOnServersTest, AClickIsHeardAtTheSameFrameOnBothChannelsForAMinu
 
 TEST_P(RecordingOnServersTest, TheChannelsAgreeAgainAfterAStallAndAfterUnpluggingTheMicrophone) {
     useRoom();
-    const auto player = server.play("room", {"clicks", "250"});
+    const auto player = server.play("room", {"clicks", "100"});
     start();
     record(4s);
     stallMicrophone(true);
+    const auto stalled = secondsRecorded();
     record(5s);
+    const auto resumed = secondsRecorded();
     stallMicrophone(false);
-    record(7s);
+    record(1s);
+    const auto settled = secondsRecorded();
+    record(6s);
+    const auto unplugged = secondsRecorded();
     server.unloadModule(roomMicrophone);
     ASSERT_TRUE(runUntil([this] { return state.lastError.get().has_value(); }));
     record(2s);
@@ -150,17 +162,17 @@ TEST_P(RecordingOnServersTest, TheChannelsAgreeAgainAfterAStallAndAfterUnpluggin
     server.setDefaultSource("roommic");
     record(7s);
     stop();
-    const auto silentAround = [this](double second) {
-        const auto from = left.begin() + static_cast<std::ptrdiff_t>(second * 48000);
-        return std::all_of(from, from + 48000, [](float sample) { return std::abs(sample) < 0.01F; });
-    };
-    EXPECT_TRUE(silentAround(6.0)) << "the stall did not happen";
-    const auto afterStall = clickOffsets(9.5, 15.5);
-    ASSERT_GT(afterStall.size(), 16U);
+    const auto quiet = std::span(left).subspan(framesIn(stalled + 1), framesIn(resumed - stalled - 2));
+    EXPECT_TRUE(std::ranges::all_of(quiet, [](float sample) { return std::abs(sample) < 0.01F; }))
+        << "the stall did not happen";
+    const auto afterStall = clickOffsets(settled, unplugged - 0.5);
+    ASSERT_GT(afterStall.size(), 40U);
     EXPECT_LT(percentile95(afterStall), 5.0);
     const auto afterReplug = clickOffsets(static_cast<double>(left.size()) / 48000 - 5, 1e9);
-    ASSERT_GT(afterReplug.size(), 14U);
+    ASSERT_GT(afterReplug.size(), 40U);
     EXPECT_LT(percentile95(afterReplug), 5.0);
+    RecordProperty("p95_after_stall_us", static_cast<int>(percentile95(afterStall) * 1e3));
+    RecordProperty("p95_after_replug_us", static_cast<int>(percentile95(afterReplug) * 1e3));
 }
 
 TEST_P(RecordingOnServersTest, TonesComeOutWhereTheyWentInWithoutTicksAtTheJoins) {
