@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
+#include <cstring>
 #include <utility>
 
 namespace tessivox::base {
@@ -55,6 +57,32 @@ std::size_t sequenceLength(std::string_view text) {
     return length;
 }
 
+/// Length of the ASCII text at the start, in whole blocks: most text is ASCII, and long.
+std::size_t asciiAtStart(std::string_view text) {
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    std::array<std::uint64_t, 8> block{};
+    std::size_t length = 0;
+    for (; text.size() - length >= sizeof block; length += sizeof block) {
+        std::memcpy(block.data(), text.data() + length, sizeof block);
+        std::uint64_t bits = 0;
+        for (const auto word : block) bits |= word;
+        if ((bits & kHighBits) != 0) break;
+    }
+    return length;
+}
+
+/// Length of the UTF-8 text at the start.
+std::size_t soundLength(std::string_view bytes) {
+    std::size_t length = asciiAtStart(bytes);
+    while (length < bytes.size()) {
+        const auto sequence = sequenceLength(bytes.substr(length));
+        if (sequence == 0) break;
+        length += sequence;
+        if (sequence > 1) length += asciiAtStart(bytes.substr(length));
+    }
+    return length;
+}
+
 }  // namespace
 
 std::string localized(std::string_view english) {
@@ -97,13 +125,17 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-bool isUTF8(std::string_view bytes) {
+bool isUTF8(std::string_view bytes) { return soundLength(bytes) == bytes.size(); }
+
+std::string repairedUTF8(std::string_view bytes) {
+    std::string text;
     while (!bytes.empty()) {
-        const auto length = sequenceLength(bytes);
-        if (length == 0) return false;
-        bytes.remove_prefix(length);
+        const auto length = soundLength(bytes);
+        text += bytes.substr(0, length);
+        if (length < bytes.size()) text += "\uFFFD";
+        bytes.remove_prefix(std::min(length + 1, bytes.size()));
     }
-    return true;
+    return text;
 }
 
 std::string percentEncoded(std::string_view bytes) {

@@ -24,6 +24,9 @@ std::string_view trimmed(std::string_view text);
 /// Whether the bytes are UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
 
+/// The text with U+FFFD in the place of each byte that belongs to no UTF-8 sequence.
+std::string repairedUTF8(std::string_view bytes);
+
 /// Every byte as %XX except letters, digits, "-", ".", "_", "~" (RFC 3986, 2.3) and "/", so that any file's path
 /// becomes plain text.
 std::string percentEncoded(std::string_view bytes);
