@@ -20,11 +20,13 @@ _tessivox() {
         record:--quality) words='low medium high' ;;
         record:*) words='--for --output --mic --system --quality --separate-tracks --verbose --help' ;;
         list:*) words='--json --verbose --help' ;;
+        show:--format) words='text md srt vtt json' ;;
+        show:*) words='--summary --format --verbose --help' files=1 ;;
         rename:* | trash:*) words='--verbose --help' files=1 ;;
         recover:*) words='--verbose --help' ;;
         run:*) words='--headless --verbose --help' ;;
         devices:*) words='--json --verbose --help' ;;
-        :*) words='record list rename trash recover run devices --version --verbose --help' ;;
+        :*) words='record list show rename trash recover run devices --version --verbose --help' ;;
     esac
 
     COMPREPLY=()

@@ -4,6 +4,7 @@ complete -c tessivox -f
 
 complete -c tessivox -n __fish_use_subcommand -a record -d 'record until q, Ctrl-C or --for ends it'
 complete -c tessivox -n __fish_use_subcommand -a list -d 'list the recordings, newest first'
+complete -c tessivox -n __fish_use_subcommand -a show -d 'print a transcript or a summary'
 complete -c tessivox -n __fish_use_subcommand -a rename -d 'give a recording another name'
 complete -c tessivox -n __fish_use_subcommand -a trash -d 'move a recording to the trash'
 complete -c tessivox -n __fish_use_subcommand -a recover -d 'finish recordings that were interrupted'
@@ -21,6 +22,8 @@ complete -c tessivox -n '__fish_seen_subcommand_from record' -l quality -x -a 'l
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l separate-tracks -d 'also save each source in a file of its own'
 
 complete -c tessivox -n '__fish_seen_subcommand_from list' -l json -d 'print one JSON array'
-complete -c tessivox -n '__fish_seen_subcommand_from rename trash' -F
+complete -c tessivox -n '__fish_seen_subcommand_from show' -l summary -d 'the summary instead of the transcript'
+complete -c tessivox -n '__fish_seen_subcommand_from show' -l format -x -a 'text md srt vtt json' -d 'how it is printed'
+complete -c tessivox -n '__fish_seen_subcommand_from show rename trash' -F
 complete -c tessivox -n '__fish_seen_subcommand_from run' -l headless -d 'without windows and status icon'
 complete -c tessivox -n '__fish_seen_subcommand_from devices' -l json -d 'print one JSON object'

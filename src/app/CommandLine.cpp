@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <functional>
 #include <iterator>
-#include <span>
 #include <utility>
 
+#include "app/CommandSyntax.h"
 #include "app/HelpTexts.h"
 #include "base/Text.h"
 
@@ -20,36 +19,9 @@ namespace {
 
 using base::filled;
 using base::localized;
-using Arguments = std::span<const std::string>;
 
-/// What stands behind it is a name, whatever it looks like.
-constexpr std::string_view kEndOfOptions = "--";
 constexpr std::int64_t kLongestRecording = std::int64_t{1000} * 3600;  // seconds
 constexpr std::size_t kLongestBaseName = 243;                          // bytes, so that the names of all its files fit
-
-/// One option of a command.
-template <typename Options>
-struct Option {
-    std::string_view name;
-    std::string_view expected;  ///< what its value has to be; empty if it takes none
-    /// Stores the value; false if it makes no sense.
-    std::function<bool(Options&, const std::string& value)> take;
-};
-
-/// One name that a command takes without an option, in its place.
-template <typename Options>
-struct Operand {
-    std::string_view name;
-    std::function<void(Options&, const std::string& value)> take;
-};
-
-/// What a command understands.
-template <typename Options>
-struct Syntax {
-    std::string_view command;
-    std::vector<Option<Options>> options;
-    std::vector<Operand<Options>> operands;
-};
 
 template <typename Value>
 bool store(std::optional<Value>& place, std::optional<Value> value) {
@@ -113,67 +85,28 @@ Syntax<TrashOptions> trashSyntax() {
     return {"trash", {}, {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
 }
 
+std::optional<ShowFormat> showFormat(std::string_view text) {
+    if (text == "text") return ShowFormat::text;
+    if (text == "md") return ShowFormat::markdown;
+    if (text == "srt") return ShowFormat::srt;
+    if (text == "vtt") return ShowFormat::vtt;
+    if (text == "json") return ShowFormat::json;
+    return std::nullopt;
+}
+
+Syntax<ShowOptions> showSyntax() {
+    return {"show",
+            {{"--summary", "", [](auto& options, auto&) { return options.isSummary = true; }},
+             {"--format", "text, md, srt, vtt or json",
+              [](auto& options, auto& value) {
+                  const auto format = showFormat(value);
+                  if (format) options.format = *format;
+                  return format.has_value();
+              }}},
+            {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
+}
+
 Syntax<RecoverOptions> recoverSyntax() { return {"recover", {}, {}}; }
-
-UsageError usage(std::string_view english, std::initializer_list<std::string_view> values) {
-    return {filled(localized(english), values)};
-}
-
-/// Understands the option that comes first, with its value, and takes them off; absent if they make sense.
-template <typename Options>
-std::optional<UsageError> parseOption(Arguments& rest, const std::vector<Option<Options>>& known, Options& options) {
-    const std::string argument = rest.front();
-    rest = rest.subspan(1);
-    const auto equals = argument.starts_with("--") ? argument.find('=') : std::string::npos;
-    const auto name = argument.substr(0, equals);
-    const auto option = std::ranges::find(known, name, &Option<Options>::name);
-    if (option == known.end()) return usage("\"{0}\" is not an option of this command; see --help.", {argument});
-
-    std::string value;
-    if (equals != std::string::npos) {
-        if (option->expected.empty()) return usage("{0} takes no value.", {name});
-        value = argument.substr(equals + 1);
-    } else if (!option->expected.empty()) {
-        if (rest.empty() || rest.front().starts_with("--"))
-            return usage("{0} needs a value: {1}.", {name, option->expected});
-        value = rest.front();
-        rest = rest.subspan(1);
-    }
-    if (option->take(options, value)) return std::nullopt;
-    return usage("\"{0}\" is no value for {1}: give {2}.", {value, name, option->expected});
-}
-
-/// Understands the names that a command takes, all of which it needs.
-template <typename Options>
-std::optional<UsageError> parseOperands(const std::vector<std::string>& given, const Syntax<Options>& syntax,
-                                        Options& options) {
-    const auto& operands = syntax.operands;
-    for (std::size_t place = 0; place < operands.size(); ++place) {
-        if (place >= given.size() || given[place].empty())
-            return usage("tessivox {0} needs {1}; see --help.", {syntax.command, operands[place].name});
-        operands[place].take(options, given[place]);
-    }
-    if (given.size() <= operands.size()) return std::nullopt;
-    if (operands.empty()) return usage("\"{0}\" is not an option of this command; see --help.", {given.front()});
-    return usage("\"{0}\" is one name too many: put a name with spaces in quotes.", {given[operands.size()]});
-}
-
-template <typename Options>
-Command parseWith(const Syntax<Options>& syntax, Arguments rest) {
-    Options options;
-    std::vector<std::string> operands;
-    while (!rest.empty() && rest.front() != kEndOfOptions) {
-        if (rest.front().starts_with('-') && rest.front() != "-") {
-            if (auto problem = parseOption(rest, syntax.options, options)) return std::move(*problem);
-        } else {
-            operands.push_back(rest.front());
-            rest = rest.subspan(1);
-        }
-    }
-    if (!rest.empty()) operands.insert(operands.end(), rest.begin() + 1, rest.end());
-    if (auto problem = parseOperands(operands, syntax, options)) return std::move(*problem);
-    return options;
-}
 
 Command parseRecord(Arguments rest) {
     auto command = parseWith(recordSyntax(), rest);
@@ -187,7 +120,15 @@ Command parseRun(Arguments rest) {
     auto command = parseWith(runSyntax(), rest);
     const auto* options = std::get_if<RunOptions>(&command);
     if (options && !options->isHeadless)
-        return usage("This version has no windows yet: start it with tessivox run --headless.", {});
+        return usageError("This version has no windows yet: start it with tessivox run --headless.", {});
+    return command;
+}
+
+Command parseShow(Arguments rest) {
+    auto command = parseWith(showSyntax(), rest);
+    const auto* options = std::get_if<ShowOptions>(&command);
+    const bool isCaptions = options && (options->format == ShowFormat::srt || options->format == ShowFormat::vtt);
+    if (isCaptions && options->isSummary) return UsageError{summaryFormatProblem()};
     return command;
 }
 
@@ -200,6 +141,7 @@ struct KnownCommand {
 constexpr KnownCommand kCommands[] = {
     {"record", kRecordHelp, parseRecord},
     {"list", kListHelp, [](Arguments rest) { return parseWith(listSyntax(), rest); }},
+    {"show", kShowHelp, parseShow},
     {"rename", kRenameHelp, [](Arguments rest) { return parseWith(renameSyntax(), rest); }},
     {"trash", kTrashHelp, [](Arguments rest) { return parseWith(trashSyntax(), rest); }},
     {"recover", kRecoverHelp, [](Arguments rest) { return parseWith(recoverSyntax(), rest); }},
@@ -210,7 +152,7 @@ constexpr KnownCommand kCommands[] = {
 bool asksForHelp(const std::string& argument) { return argument == "--help" || argument == "-h"; }
 
 Command parseCommand(Arguments arguments) {
-    if (arguments.empty()) return usage("Say what to do: tessivox record, or tessivox --help for more.", {});
+    if (arguments.empty()) return usageError("Say what to do: tessivox record, or tessivox --help for more.", {});
     const auto& name = arguments.front();
     const auto optionsEnd = std::ranges::find(arguments, kEndOfOptions);
     const bool wantsHelp = std::any_of(arguments.begin(), optionsEnd, asksForHelp);
@@ -219,7 +161,7 @@ Command parseCommand(Arguments arguments) {
         return wantsHelp ? Command(Information{std::string(known->help)}) : known->parse(arguments.subspan(1));
     if (wantsHelp) return Information{std::string(kMainHelp)};
     if (name == "--version") return Information{"tessivox " TESSIVOX_VERSION "\n"};
-    return usage("\"{0}\" is not a command; see tessivox --help.", {name});
+    return usageError("\"{0}\" is not a command; see tessivox --help.", {name});
 }
 
 /// The count before the next unit, which it takes off; absent if the text does not go on with one.
@@ -257,6 +199,8 @@ std::optional<base::Duration> parseDuration(std::string_view text) {
     if (!text.empty() || seconds < 1 || seconds > kLongestRecording) return std::nullopt;
     return std::chrono::seconds(seconds);
 }
+
+std::string summaryFormatProblem() { return localized("A summary has no times: give --format text, md or json."); }
 
 std::optional<std::string> outputNameProblem(const std::filesystem::path& output) {
     const auto name = output.filename().string();

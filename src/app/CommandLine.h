@@ -46,6 +46,15 @@ struct ListOptions {
     bool asJSON = false;
 };
 
+enum class ShowFormat { text, markdown, srt, vtt, json };
+
+/// `tessivox show`. The file is as it was given. A summary is in none of the formats of captions.
+struct ShowOptions {
+    std::filesystem::path file;
+    bool isSummary = false;
+    ShowFormat format = ShowFormat::text;
+};
+
 /// `tessivox rename`. The file is as it was given; the name is the title that the recording is to have.
 struct RenameOptions {
     std::filesystem::path file;
@@ -70,8 +79,8 @@ struct UsageError {
     std::string sentence;
 };
 
-using Command = std::variant<RecordOptions, DevicesOptions, RunOptions, ListOptions, RenameOptions, TrashOptions,
-                             RecoverOptions, Information, UsageError>;
+using Command = std::variant<RecordOptions, DevicesOptions, RunOptions, ListOptions, ShowOptions, RenameOptions,
+                             TrashOptions, RecoverOptions, Information, UsageError>;
 
 struct CommandLine {
     Command command;
@@ -83,6 +92,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& arguments);
 
 /// "30s", "5m", "1h30m", or "90" for seconds. Absent if it is none of these, zero, or over 1000 hours.
 std::optional<base::Duration> parseDuration(std::string_view text);
+
+/// Why a summary cannot be shown as captions.
+std::string summaryFormatProblem();
 
 /// Why a recording cannot have that name, as a sentence; absent if it can.
 std::optional<std::string> outputNameProblem(const std::filesystem::path& output);

@@ -11,6 +11,7 @@
 #include "app/NetworkLoop.h"
 #include "app/RecordCommand.h"
 #include "app/RecoverCommand.h"
+#include "app/ShowCommand.h"
 #include "audio/AudioLevelMonitor.h"
 #include "audio/AudioRecorder.h"
 #include "audio/RecordingFiles.h"
@@ -133,6 +134,12 @@ ExitCode Composition::withLibrary(core::AppSettings& settings,
 ExitCode Composition::list(const ListOptions& options) {
     CommandSettings stored(files_, loop_, folders_, console_);
     return withLibrary(stored.settings, [&](LibraryCommands& commands) { return commands.list(options.asJSON); });
+}
+
+ExitCode Composition::show(const ShowOptions& options) {
+    CommandSettings stored(files_, loop_, folders_, console_);
+    const posix::PosixLocalTime localTime;
+    return runTask(showCommand(files_, localTime, stored.settings.recordingsDirectoryPath.get(), options, console_));
 }
 
 ExitCode Composition::changeRecording(

@@ -29,6 +29,7 @@ public:
     ExitCode record(const RecordOptions& options);
     ExitCode listDevices(const DevicesOptions& options);
     ExitCode list(const ListOptions& options);
+    ExitCode show(const ShowOptions& options);
     ExitCode rename(const RenameOptions& options);
     ExitCode trash(const TrashOptions& options);
     ExitCode recover();

@@ -19,4 +19,12 @@ std::string printable(std::string_view text) {
     return shown;
 }
 
+std::string shellWord(std::string_view text) {
+    constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._/+,:=@%";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string_view::npos) return std::string(text);
+    std::string word = "'";
+    for (const char letter : text) word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    return word + "'";
+}
+
 }  // namespace tessivox::app

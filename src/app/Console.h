@@ -36,4 +36,7 @@ public:
 /// Foreign text, such as a device's name, without the control characters that would steer a terminal.
 std::string printable(std::string_view text);
 
+/// A text as a shell takes it for one word (POSIX, 2.2.2), for commands that a message proposes.
+std::string shellWord(std::string_view text);
+
 }  // namespace tessivox::app

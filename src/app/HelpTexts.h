@@ -10,6 +10,7 @@ inline constexpr std::string_view kMainHelp =
 Usage:
   tessivox record [options]     record until q, Ctrl-C or --for ends it
   tessivox list [--json]        list the recordings, newest first
+  tessivox show FILE [options]  print a transcript or a summary
   tessivox rename FILE NAME     give a recording another name
   tessivox trash FILE           move a recording to the trash
   tessivox recover              finish recordings that were interrupted
@@ -103,6 +104,35 @@ Options:
   --verbose    tell on standard error what happens inside
 
 Exit status: 0 listed, 1 the folder cannot be read, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kShowHelp =
+    R"(Prints the transcript of a recording, or its summary.
+
+Usage:
+  tessivox show FILE [--summary] [--format text|md|srt|vtt|json]
+
+  FILE         the recording: a path, or the name of one in the recordings folder, with or without .m4a; or the
+               transcript or summary itself, a file that ends in .txt or .summary.txt
+
+Options:
+  --summary    the summary instead of the transcript
+  --format text|md|srt|vtt|json
+               text (otherwise), Markdown, captions as SubRip or WebVTT, or one JSON object; the members of the object
+               stay as they are, others may be added:
+                 "path"           the text file
+                 "recording"      the audio file, or null if it is not there
+                 "title", "gist"  what the user or the transcript calls it, or null
+                 "date"           when the recording was made, ISO 8601 in UTC, or null
+                 "segments"       array of the transcript's lines, each an object of "time" (as the transcript has it),
+                                  "start" (seconds), "speaker" and "text"
+                 "blocks"         array of the summary's lines instead, each an object of "kind" (h1, h2, h3, bullet,
+                                  paragraph or meta) and "text"
+               Captions last until the next one, the last as long as its text takes to read.
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 printed, 1 there is no transcript or summary, 2 wrong usage.
 )";
 
 inline constexpr std::string_view kRenameHelp =

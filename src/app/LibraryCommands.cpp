@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "base/Completion.h"
-#include "base/Error.h"
 #include "base/Text.h"
 #include "library/RecordingName.h"
 
@@ -17,12 +16,6 @@ using base::filled;
 using base::localized;
 using base::paddedNumber;
 using Path = std::filesystem::path;
-
-std::string dateText(base::WallTime time, const base::LocalTime& localTime) {
-    const auto civil = localTime.civil(time);
-    return paddedNumber(civil.year, 4) + "-" + paddedNumber(civil.month, 2) + "-" + paddedNumber(civil.day, 2) + " " +
-           paddedNumber(civil.hour, 2) + ":" + paddedNumber(civil.minute, 2);
-}
 
 /// Damaged files may claim any length; no recording lasts longer than this many seconds.
 constexpr double kLongest = 9999 * 3600.0;
@@ -52,12 +45,6 @@ std::string belongings(const ListedRecording& listed) {
     return text.empty() ? text : "  (" + text + ")";
 }
 
-base::Error noRecording(const Path& file) {
-    return {"library", 2,
-            filled(localized("There is no recording \"{0}\": \"tessivox list\" shows those that there are."),
-                   {printable(file.string())})};
-}
-
 /// As the system reads it: "link/.." is the folder above the one that the link names.
 Path withoutLinks(const base::Files& files, const Path& file) {
     const auto whole = std::filesystem::absolute(file);
@@ -70,6 +57,18 @@ Path withEndingIfMissing(const base::Files& files, const Path& file) {
 }
 
 }  // namespace
+
+std::string dateText(base::WallTime time, const base::LocalTime& localTime) {
+    const auto civil = localTime.civil(time);
+    return paddedNumber(civil.year, 4) + "-" + paddedNumber(civil.month, 2) + "-" + paddedNumber(civil.day, 2) + " " +
+           paddedNumber(civil.hour, 2) + ":" + paddedNumber(civil.minute, 2);
+}
+
+base::Error noRecording(const Path& file) {
+    return {"library", 2,
+            filled(localized("There is no recording \"{0}\": \"tessivox list\" shows those that there are."),
+                   {printable(file.string())})};
+}
 
 std::string recordingsText(const std::vector<ListedRecording>& recordings, const base::LocalTime& localTime) {
     std::string text;

@@ -7,7 +7,9 @@
 #include "app/CommandLine.h"
 #include "app/Console.h"
 #include "app/ExitCode.h"
+#include "base/Error.h"
 #include "base/Task.h"
+#include "base/Units.h"
 #include "base/ports/Files.h"
 #include "base/ports/LocalTime.h"
 #include "library/RecordingStorage.h"
@@ -23,6 +25,11 @@ struct ListedRecording {
     bool hasTranscript = false;
     bool hasSummary = false;
 };
+
+/// "2026-03-02 10:15", in the user's time zone.
+std::string dateText(base::WallTime time, const base::LocalTime& localTime);
+/// The error of a command whose argument means no recording.
+base::Error noRecording(const std::filesystem::path& file);
 
 /// The lines for people, the date in their time zone.
 std::string recordingsText(const std::vector<ListedRecording>& recordings, const base::LocalTime& localTime);

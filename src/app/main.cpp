@@ -31,6 +31,7 @@ struct Running {
     ExitCode operator()(const app::DevicesOptions& options) const { return app::Composition().listDevices(options); }
     ExitCode operator()(const app::RunOptions&) const { return app::Composition().run(); }
     ExitCode operator()(const app::ListOptions& options) const { return app::Composition().list(options); }
+    ExitCode operator()(const app::ShowOptions& options) const { return app::Composition().show(options); }
     ExitCode operator()(const app::RenameOptions& options) const { return app::Composition().rename(options); }
     ExitCode operator()(const app::TrashOptions& options) const { return app::Composition().trash(options); }
     ExitCode operator()(const app::RecoverOptions&) const { return app::Composition().recover(); }

@@ -73,9 +73,20 @@ TEST(CommandLineTest, TakesNamesOfAnyLookBehindTwoDashes) {
     EXPECT_TRUE(parsedAs<RunOptions>({"run", "--headless"}).isHeadless);
 }
 
+TEST(CommandLineTest, ShowsATranscriptAsPlainTextUnlessToldOtherwise) {
+    const auto plain = parsedAs<ShowOptions>({"show", "a talk"});
+    EXPECT_EQ(plain.file, "a talk");
+    EXPECT_FALSE(plain.isSummary);
+    EXPECT_EQ(plain.format, ShowFormat::text);
+    const auto summary = parsedAs<ShowOptions>({"show", "--summary", "--format=md", "a"});
+    EXPECT_TRUE(summary.isSummary);
+    EXPECT_EQ(summary.format, ShowFormat::markdown);
+    EXPECT_EQ(parsedAs<ShowOptions>({"show", "a", "--format", "vtt"}).format, ShowFormat::vtt);
+}
+
 TEST(CommandLineTest, ExplainsEveryCommandThatItsHelpLists) {
     const auto text = parsedAs<Information>({"--help"}).text;
-    for (const std::string name : {"record", "list", "rename", "trash", "recover", "run", "devices"}) {
+    for (const std::string name : {"record", "list", "show", "rename", "trash", "recover", "run", "devices"}) {
         EXPECT_NE(text.find("tessivox " + name), std::string::npos) << name;
         EXPECT_NE(parsedAs<Information>({name, "--help"}).text.find("Usage:\n  tessivox " + name), std::string::npos);
     }
@@ -107,6 +118,9 @@ TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
         {{"trash", ""}, "tessivox trash needs FILE"},
         {{"trash", "-a.m4a"}, "\"-a.m4a\""},
         {{"trash", "Team", "talk.m4a"}, "in quotes"},
+        {{"show"}, "tessivox show needs FILE"},
+        {{"show", "a", "--format", "doc"}, "text, md, srt, vtt or json"},
+        {{"show", "a", "--summary", "--format", "srt"}, "no times"},
         {{"rename", "a.m4a"}, "tessivox rename needs NAME"},
     };
     for (const auto& [arguments, expected] : cases) {
