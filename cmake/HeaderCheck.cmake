@@ -12,6 +12,7 @@ foreach(folder src tests)
   endforeach()
 endforeach()
 add_library(header_check OBJECT ${header_sources})
-target_link_libraries(header_check PRIVATE tessivox_test_support tessivox_posix tessivox_ffmpeg tessivox_pulse tessivox_qt)
+target_link_libraries(header_check PRIVATE tessivox_test_support tessivox_posix tessivox_ffmpeg tessivox_pulse tessivox_gio
+  tessivox_qt)
 # As properties of the sources these come last, after what the libraries ask for.
 set_source_files_properties(${header_sources} PROPERTIES COMPILE_OPTIONS "-O0;-g0;-fno-sanitize=all")
