@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -97,7 +98,44 @@ void StubServer::serve() {
     for (auto& conversation : conversations) conversation.join();
 }
 
+/// The next answer, if it is a reset.
+std::optional<StubServer::Answer> StubServer::takeReset() {
+    const std::lock_guard guard(mutex_);
+    if (answers_.empty() || !answers_.front().resetAfter) return std::nullopt;
+    auto answer = std::move(answers_.front());
+    answers_.pop_front();
+    return answer;
+}
+
+void StubServer::resetAfter(int connection, std::size_t bytes) const {
+    std::array<char, 4096> buffer;
+    for (std::size_t got = 0; got < bytes && isReadable(connection);) {
+        const auto count = ::recv(connection, buffer.data(), buffer.size(), 0);
+        if (count <= 0) return;
+        got += static_cast<std::size_t>(count);
+    }
+    const linger none{1, 0};  // closing resets; see socket(7)
+    ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+}
+
+/// Until the client hangs up, or the server is to stop.
+void StubServer::send(int connection, std::string_view bytes, std::chrono::milliseconds pace) {
+    if (pace.count() == 0) return sendAll(connection, bytes);
+    const auto body = std::min(bytes.find("\r\n\r\n"), bytes.size() - 4) + 4;
+    sendAll(connection, bytes.substr(0, body));
+    std::array<char, 4096> rest;
+    for (const char byte : bytes.substr(body)) {
+        if (::send(connection, &byte, 1, MSG_NOSIGNAL) <= 0) return;
+        if (!isReadable(connection, static_cast<int>(pace.count()))) {
+            if (isStopping()) return;
+            continue;
+        }
+        if (::recv(connection, rest.data(), rest.size(), MSG_DONTWAIT) <= 0) return;
+    }
+}
+
 void StubServer::converse(int connection) {
+    if (const auto reset = takeReset()) return resetAfter(connection, *reset->resetAfter);
     auto request = readRequest(connection);
     if (request.empty()) return;
     std::unique_lock lock(mutex_);
@@ -105,7 +143,7 @@ void StubServer::converse(int connection) {
     const auto answer = answers_.empty() ? status(200) : answers_.front();
     if (!answers_.empty()) answers_.pop_front();
     lock.unlock();
-    sendAll(connection, answer.bytes);
+    send(connection, answer.bytes, answer.pace);
     std::array<char, 4096> rest;
     while (answer.isHeld && isReadable(connection)) {
         if (::recv(connection, rest.data(), rest.size(), 0) > 0) continue;
@@ -115,11 +153,15 @@ void StubServer::converse(int connection) {
     }
 }
 
-/// False once the server is to stop.
-bool StubServer::isReadable(int fd) const {
+/// False once the server is to stop, or after so many milliseconds.
+bool StubServer::isReadable(int fd, int limit) const {
     std::array<pollfd, 2> waiting{pollfd{fd, POLLIN, 0}, pollfd{stop_, POLLIN, 0}};
-    ::poll(waiting.data(), waiting.size(), -1);
-    return waiting[1].revents == 0;
+    return ::poll(waiting.data(), waiting.size(), limit) > 0 && waiting[1].revents == 0;
+}
+
+bool StubServer::isStopping() const {
+    pollfd waiting{stop_, POLLIN, 0};
+    return ::poll(&waiting, 1, 0) > 0;
 }
 
 /// Empty if the client hung up first.

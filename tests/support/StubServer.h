@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -17,6 +20,10 @@ public:
     struct Answer {
         std::string bytes;
         bool isHeld = false;  ///< afterwards the connection stays open until the client hangs up
+        /// Read so much of the request and no more, then reset the connection. Such a request is not written down.
+        std::optional<std::size_t> resetAfter{};
+        /// The time between two bytes of the body; zero sends them at once.
+        std::chrono::milliseconds pace{};
     };
     static Answer status(int code, const std::string& headers = {}, const std::string& body = {});
 
@@ -48,8 +55,12 @@ private:
 
     void serve();
     void converse(int connection);
-    bool isReadable(int fd) const;
+    bool isReadable(int fd, int limit = -1) const;
+    bool isStopping() const;
     std::string readRequest(int connection) const;
+    void resetAfter(int connection, std::size_t bytes) const;
+    void send(int connection, std::string_view bytes, std::chrono::milliseconds pace);
+    std::optional<Answer> takeReset();
 };
 
 }  // namespace tessivox::testing
