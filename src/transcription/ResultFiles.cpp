@@ -74,7 +74,7 @@ void ResultFiles::write(const Path& target, std::string_view text) {
         files_.removeIfPossible(temporary);
         throw;
     }
-    files_.syncFolder(target.parent_path());
+    syncIfPossible(target.parent_path());
 }
 
 bool ResultFiles::hasTranscript(const Path& url) { return exists(transcriptExistsCache_, url, kTranscriptExtension); }
@@ -197,7 +197,7 @@ void ResultFiles::syncIfPossible(const Path& folder) {
     try {
         files_.syncFolder(folder);
     } catch (const base::FileError& error) {
-        base::log("[Rename] " + error.description());
+        base::log("[Transcription] " + error.description());
     }
 }
 

@@ -20,8 +20,8 @@ public:
 
     ResultFiles(base::Files& files, library::RecordingStorage& storage) : files_(files), storage_(storage) {}
 
-    // Both write the text as it is, atomically and durably, over an older one. They throw base::FileError, also if
-    // something that is no file has the name.
+    // Both write the text as it is over an older one, atomically, and the text is on the disk then. They throw
+    // base::FileError, also if something that is no file has the name.
     void saveTranscript(const std::filesystem::path& url, std::string_view text);
     void saveSummary(const std::filesystem::path& url, std::string_view text);
 

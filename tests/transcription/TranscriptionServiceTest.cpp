@@ -52,7 +52,7 @@ TEST_F(TranscriptionServiceTest, GoesTheWholeWayFromARecordingToItsTranscript) {
     EXPECT_EQ(states, (std::vector{Status::uploading, Status::processing, Status::completed}));
     EXPECT_EQ(textOf(Library::kFolder / "2026-01-15_10-30-00.txt"), "\n[00:01] Hello.\n ");
     EXPECT_EQ(pendingFile(), "[]");
-    EXPECT_NE(server.requestsTo("/submit").at(0).body.find("\r\n\r\ncopy\r\n"), std::string::npos);
+    EXPECT_EQ(*server.requestsTo("/submit").at(0).rest.at(0), "copy");
     EXPECT_EQ(process.signals.all,
               (std::vector<std::string>{
                   "transcription_started attempt_id=ATTEMPT duration_sec=60 file_size_kb=0 resumed=false source=manual",
@@ -78,7 +78,7 @@ TEST_F(TranscriptionServiceTest, UploadsTheRecordingItselfIfThereIsNoCopy) {
     taskGives("Hi");
     EXPECT_EQ(transcribe(process).failure(), "");
     EXPECT_TRUE(hasLine("[Transcription] Downsample failed (No audio track in source file); uploading original"));
-    EXPECT_NE(server.requestsTo("/submit").at(0).body.find(testing::silentMovie(60)), std::string::npos);
+    EXPECT_EQ(*server.requestsTo("/submit").at(0).rest.at(0), testing::silentMovie(60));
 }
 
 struct Ending {
