@@ -7,8 +7,8 @@
 namespace tessivox::audio {
 
 void OriginEstimator::add(base::HostTime observation) {
-    if (std::exchange(isDoubted_, false) && std::chrono::abs(observation - early()) > kConfirmed) restart();
-    if (count_ > 0 && std::chrono::abs(observation - early()) > kStray) {
+    if (std::exchange(isDoubted_, false) && std::chrono::abs(observation - word()) > kConfirmed) restart();
+    if (count_ > 0 && std::chrono::abs(observation - word()) > kStray) {
         // One far reply is an outlier; two in a row mean that the origin itself has moved.
         if (++strays_ < 2) {
             remember(observation);
@@ -20,10 +20,10 @@ void OriginEstimator::add(base::HostTime observation) {
     }
     strays_ = 0;
     remember(observation);
-    const auto word = early();
-    const bool isSteady = origin_ && std::chrono::abs(word - *origin_) <= kTolerance;
+    const auto now = word();
+    const bool isSteady = origin_ && std::chrono::abs(now - *origin_) <= kTolerance;
     // While few replies are in, it still moves: follow it without tolerance.
-    if (!isSteady || count_ < kEnough) origin_ = word;
+    if (!isSteady || count_ < kEnough) origin_ = now;
 }
 
 void OriginEstimator::restart() {
@@ -50,12 +50,10 @@ void OriginEstimator::remember(base::HostTime observation) {
     count_ = std::min(count_ + 1, kHistory);
 }
 
-base::HostTime OriginEstimator::early() const {
+base::HostTime OriginEstimator::word() const {
     auto sorted = history_;
-    const auto end = sorted.begin() + static_cast<std::ptrdiff_t>(count_);
-    const auto word = sorted.begin() + static_cast<std::ptrdiff_t>(count_ / kPerOutlier);
-    std::nth_element(sorted.begin(), word, end);
-    return *word;
+    std::sort(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(count_));
+    return std::min(sorted[count_ / 2], sorted[count_ / kPerOutlier] + kNoise);
 }
 
 }  // namespace tessivox::audio

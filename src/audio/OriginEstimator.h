@@ -9,10 +9,11 @@
 
 namespace tessivox::audio {
 
-/// Estimates the host time of a stream's frame 0 from repeated timing replies. On a busy machine a reply is given some
-/// milliseconds late, which makes the origin look as much later, but hardly ever early: so the estimate is one of the
-/// earliest words of the latest two seconds, and not their middle. It is kept as it is while that stays close, so that
-/// buffers join without a seam, and follows the slow drift of a device clock in small steps. Not thread-safe.
+/// Estimates the host time of a stream's frame 0 from repeated timing replies. A calm server's replies lie evenly
+/// around the truth, and their median is the estimate. A busy one answers many of them some milliseconds late, which
+/// makes the origin look as much later, but none early: so the estimate never lies far behind the earliest ones. It is
+/// kept as it is while new replies change little, so that buffers join without a seam, and follows the slow drift of a
+/// device clock in small steps. Not thread-safe.
 class OriginEstimator {
 public:
     /// A reply's word for the host time of frame 0.
@@ -33,8 +34,10 @@ public:
 private:
     static constexpr std::size_t kHistory = 21;
     static constexpr std::size_t kEnough = 7;
-    /// Of so many words the earliest is left out: one in a while is too early.
+    /// One in so many replies may be too early by chance.
     static constexpr std::size_t kPerOutlier = 8;
+    /// How far behind the earliest replies the middle one lies without any being late: their noise, at 0.5 ms.
+    static constexpr base::Duration kNoise = std::chrono::microseconds(600);
     static constexpr base::Duration kStray = std::chrono::milliseconds(15);
     static constexpr base::Duration kConfirmed = std::chrono::milliseconds(3);
     static constexpr base::Duration kTolerance = std::chrono::microseconds(500);
@@ -47,7 +50,7 @@ private:
     std::optional<base::HostTime> origin_;
 
     void remember(base::HostTime observation);
-    base::HostTime early() const;
+    base::HostTime word() const;
 };
 
 }  // namespace tessivox::audio
