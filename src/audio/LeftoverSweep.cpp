@@ -12,6 +12,29 @@
 namespace tessivox::audio {
 namespace {
 
+/// The user may have chosen a folder where others keep hidden files of such names: ours begin like an .m4a, or, if
+/// the power failed, hold nothing yet.
+bool isUnfinishedOutput(base::Files& files, const std::filesystem::path& path) {
+    std::array<std::byte, 12> start{};
+    try {
+        const auto file = files.open(path, base::FileAccess::read);
+        if (file->readAt(0, start) < start.size()) return true;
+    } catch (const base::FileError&) {
+        return false;
+    }
+    return std::ranges::all_of(start, [](std::byte byte) { return byte == std::byte{0}; }) ||
+           std::memcmp(start.data() + 4, "ftypM4A ", 8) == 0;
+}
+
+void removeUnused(base::Files& files, const std::filesystem::path& path) {
+    try {
+        const auto lock = files.open(path, base::FileAccess::update);
+        if (lock->tryLock(path)) files.remove(path);
+    } catch (const base::FileError&) {
+        // It has another chance at the next launch.
+    }
+}
+
 class Sweep {
 public:
     Sweep(base::Files& files, const std::filesystem::path& incompleteFolder,
@@ -20,14 +43,14 @@ public:
 
     void run() {
         for (const auto& name : sortedNames(files_, incompleteFolder_)) {
-            if (isSuperfluous(name)) remove(incompleteFolder_ / name);
+            if (isSuperfluous(name)) removeUnused(files_, incompleteFolder_ / name);
         }
-        remove(recordingsFolder_ / RecordingFiles::kProbe);
+        removeUnused(files_, recordingsFolder_ / RecordingFiles::kProbe);
         for (const auto& name : sortedNames(files_, recordingsFolder_)) {
             const auto bases = RecordingFiles::basesOfHidden(name);
             if (bases.empty() || std::ranges::any_of(bases, [this](const auto& base) { return isOpen(base); }))
                 continue;
-            if (isUnfinishedOutput(recordingsFolder_ / name)) remove(recordingsFolder_ / name);
+            if (isUnfinishedOutput(files_, recordingsFolder_ / name)) removeUnused(files_, recordingsFolder_ / name);
         }
     }
 
@@ -47,27 +70,6 @@ private:
         const auto base = RecordingFiles::baseOfSeparateTrack(name);
         return base && !isOpen(*base);
     }
-    /// The user may have chosen a folder where others keep hidden files of such names: ours begin like an .m4a, or, if
-    /// the power failed, hold nothing yet.
-    bool isUnfinishedOutput(const std::filesystem::path& path) const {
-        std::array<std::byte, 12> start{};
-        try {
-            const auto file = files_.open(path, base::FileAccess::read);
-            if (file->readAt(0, start) < start.size()) return true;
-        } catch (const base::FileError&) {
-            return false;
-        }
-        return std::ranges::all_of(start, [](std::byte byte) { return byte == std::byte{0}; }) ||
-               std::memcmp(start.data() + 4, "ftypM4A ", 8) == 0;
-    }
-    void remove(const std::filesystem::path& path) {
-        try {
-            const auto lock = files_.open(path, base::FileAccess::update);
-            if (lock->tryLock(path)) files_.remove(path);
-        } catch (const base::FileError&) {
-            // It has another chance at the next launch.
-        }
-    }
 };
 
 }  // namespace
@@ -81,6 +83,14 @@ std::vector<std::string> sortedNames(const base::Files& files, const std::filesy
     }
     std::ranges::sort(names);
     return names;
+}
+
+void sweepHidden(base::Files& files, const RecordingFiles& names) {
+    for (const auto track : kTracks) {
+        const auto path = names.hidden(track);
+        const auto status = files.linkStatus(path);
+        if (status && status->isRegular && isUnfinishedOutput(files, path)) removeUnused(files, path);
+    }
 }
 
 void sweepLeftovers(base::Files& files, const std::filesystem::path& incompleteFolder,

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "audio/RecordingFiles.h"
 #include "base/ports/Files.h"
 
 namespace tessivox::audio {
@@ -13,6 +14,10 @@ namespace tessivox::audio {
 /// recording has no temporary file any more. What another process has locked stays. Ignores failures. Any thread.
 void sweepLeftovers(base::Files& files, const std::filesystem::path& incompleteFolder,
                     const std::filesystem::path& recordingsFolder);
+
+/// Removes the hidden files of one recording beside its output, if they are unfinished outputs and nobody has locked
+/// them. Ignores failures. Any thread.
+void sweepHidden(base::Files& files, const RecordingFiles& names);
 
 /// The names in a folder in alphabetical order; none if it cannot be listed.
 std::vector<std::string> sortedNames(const base::Files& files, const std::filesystem::path& folder);

@@ -10,6 +10,7 @@
 #include "audio/CafFile.h"
 #include "audio/LeftoverSweep.h"
 #include "audio/Mpeg4Duration.h"
+#include "audio/OutputNote.h"
 #include "audio/TemporaryEncoding.h"
 #include "base/Log.h"
 #include "base/Text.h"
@@ -43,6 +44,7 @@ public:
           files_(tools.files),
           names_(std::move(names)),
           temporary_(names_.temporary(Track::stereo)),
+          elsewhere_(notedOutput(files_, names_)),
           observer_(observer),
           stop_(stop) {}
 
@@ -54,7 +56,8 @@ public:
         if (isPlainFile() && holdsNothing(*lock)) return removeTemporaries();
         const CafReader reader(files_.open(temporary_, base::FileAccess::read));
         if (reader.frames() == 0) return removeTemporaries();
-        if (isSaved(reader)) return removeSavedTemporaries();
+        if (isSaved(names_, reader)) return removeSavedTemporaries(names_.outputFolder());
+        if (elsewhere_ && isSaved(*elsewhere_, reader)) return removeSavedTemporaries(elsewhere_->outputFolder());
         return finalize(reader.format());
     }
 
@@ -63,6 +66,7 @@ private:
     base::Files& files_;
     RecordingFiles names_;
     std::filesystem::path temporary_;
+    std::optional<RecordingFiles> elsewhere_;  ///< where it was to be saved, if not in the recordings folder
     const RecoveryObserver& observer_;
     const std::stop_token& stop_;
 
@@ -83,6 +87,7 @@ private:
 
     /// The stereo file comes last: as long as it is there, the next launch takes the others away too.
     std::nullopt_t removeTemporaries() {
+        if (elsewhere_) sweepHidden(files_, *elsewhere_);
         for (const auto track : {Track::microphone, Track::system, Track::stereo}) {
             files_.removeIfPossible(names_.hidden(track));
             files_.removeIfPossible(names_.temporary(track));
@@ -91,10 +96,10 @@ private:
         return std::nullopt;
     }
 
-    /// Once what was saved from them is on the disk.
-    std::nullopt_t removeSavedTemporaries() {
+    /// Once what was saved from them, in the folder, is on the disk.
+    std::nullopt_t removeSavedTemporaries(const std::filesystem::path& folder) {
         try {
-            files_.syncFolder(names_.outputFolder());
+            files_.syncFolder(folder);
             removeTemporaries();
         } catch (const base::FileError& error) {
             // The next launch finds both files, and that they are the same.
@@ -104,12 +109,12 @@ private:
     }
 
     /// Whether the program was ended between giving the file its final name and removing the temporary one.
-    bool isSaved(const CafReader& reader) {
+    bool isSaved(const RecordingFiles& names, const CafReader& reader) {
         const auto isCopy = [&](const std::string& name) {
-            const auto saved = names_.outputFolder() / name;
-            return names_.mayBeSavedAs(name) && isYoungEnough(saved) && lastsAsLong(saved, reader);
+            const auto saved = names.outputFolder() / name;
+            return names.mayBeSavedAs(name) && isYoungEnough(saved) && lastsAsLong(saved, reader);
         };
-        return std::ranges::any_of(sortedNames(files_, names_.outputFolder()), isCopy);
+        return std::ranges::any_of(sortedNames(files_, names.outputFolder()), isCopy);
     }
 
     /// What was last written before the temporary file was made was not saved from it.
@@ -139,7 +144,7 @@ private:
         const auto encoder = encodeFromTemporary(tools_, names_, Track::stereo, settings, progress, stop_);
         if (!encoder) throw base::Error("StereoAudioWriter", -2, base::localized("Empty capture"));
         auto target = publish(*encoder);
-        removeSavedTemporaries();
+        removeSavedTemporaries(names_.outputFolder());
         return target;
     }
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "audio/OutputNote.h"
 #include "base/Text.h"
 
 namespace tessivox::audio {
@@ -25,6 +26,7 @@ TemporaryAudio::TemporaryAudio(base::Files& files, const RecordingFiles& names, 
     }
     try {
         stereo_ = make(Track::stereo, {sampleRate, 2});
+        noteOutput(files_, names_);
         if (separateTracks) {
             mono_.push_back(make(Track::microphone, {sampleRate, 1}));
             mono_.push_back(make(Track::system, {sampleRate, 1}));

@@ -285,6 +285,25 @@ TEST(RecordingFaultTest, AfterAPowerCutAtAnyOperationTheNextLaunchLeavesOneRecor
     }
 }
 
+TEST(RecordingFaultTest, AfterAPowerCutARecordingToAnotherFolderIsThereOrComesBackAndLeavesNothingHiddenThere) {
+    const auto count = operationsOf(true);
+    for (const auto unsynced : {Unsynced::lost, Unsynced::prefix, Unsynced::zeros, Unsynced::kept}) {
+        for (std::uint64_t n = 1; n <= count + 1 && !HasFailure(); ++n) {
+            SCOPED_TRACE("at operation " + std::to_string(n) + ", kind " + std::to_string(static_cast<int>(unsynced)));
+            Recording recording(true, [&](Recording& self) { self.disk.haltAt(n); });
+            recording.writer.reset();
+            recording.disk.crash(unsynced, n);
+            const std::size_t saved = recording.disk.exists(kOutput) ? 1 : 0;
+            const EncodingTools tools{recording.disk, recording.encoders, {}};
+            const auto recovered = recoverIncompleteFiles(tools, kIncomplete, "/home/library", {}).size();
+            EXPECT_LE(saved + recovered, 1U);
+            EXPECT_TRUE(saved + recovered == 1 || recording.settled == 0);
+            EXPECT_TRUE(recording.leftovers(kIncomplete).empty());
+            for (const auto& name : recording.leftovers(kRecordings)) EXPECT_NE(name.front(), '.') << name;
+        }
+    }
+}
+
 TEST(RecordingFaultTest, ASavedRecordingThatIsRenamedAtOnceDoesNotComeBackAfterAPowerCut) {
     for (const bool separateTracks : {false, true}) {
         for (const auto unsynced : {Unsynced::lost, Unsynced::prefix, Unsynced::zeros, Unsynced::kept}) {

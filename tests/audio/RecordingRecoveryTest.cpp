@@ -4,6 +4,7 @@
 
 #include "audio/CafFile.h"
 #include "audio/LeftoverSweep.h"
+#include "audio/OutputNote.h"
 #include "audio/RecordingFiles.h"
 #include "audio/TrackEncoder.h"
 #include "base/Log.h"
@@ -14,6 +15,7 @@
 namespace tessivox::audio {
 namespace {
 
+using namespace std::string_literals;
 using testing::CrashingFiles;
 using testing::FakeEncoder;
 using Path = std::filesystem::path;
@@ -119,6 +121,51 @@ TEST_F(RecordingRecoveryTest, WhatWasSavedUnderAnyNameLosesItsTemporaryFileAndIs
         leave("stereo_talk.caf", 7000);
         EXPECT_EQ(recover().size(), 1U) << "another recording, by its length";
         for (const auto& file : disk.list(library)) disk.remove(library / file);
+    }
+}
+
+TEST_F(RecordingRecoveryTest, WhatWasSavedInAnotherFolderDoesNotComeBackAndNothingHiddenStaysThere) {
+    const RecordingFiles names(incomplete, "/talks/talk.m4a");
+    const auto note = [&](std::size_t frames) {
+        leave("stereo_talk.caf", frames);
+        noteOutput(disk, names);
+        disk.put(names.hidden(Track::stereo),
+                 "\0\0\0\x1c"
+                 "ftypM4A half"s);
+        disk.put(names.hidden(Track::microphone), "");
+    };
+    leave("stereo_other.caf", 5000);
+    ASSERT_EQ(recover().size(), 1U);
+    disk.makeFolders("/talks");
+    disk.move(library / "other.m4a", "/talks/talk.m4a");
+    disk.put("/talks/.talk.part_sys", "somebody's own hidden file");
+    disk.put("/talks/.walk.part", "");
+    const std::vector<std::string> kept{".talk.part_sys", ".walk.part", "talk.m4a"};
+    note(5000);
+    EXPECT_TRUE(recover().empty());
+    EXPECT_TRUE(disk.list(incomplete).empty());
+    EXPECT_TRUE(disk.list(library).empty());
+    EXPECT_EQ(sortedNames(disk, "/talks"), kept);
+    note(7000);
+    EXPECT_EQ(recover(), std::vector<Path>{library / "talk.m4a"}) << "another recording, by its length";
+    EXPECT_EQ(sortedNames(disk, "/talks"), kept);
+    EXPECT_EQ(framesOf("/talks/talk.m4a"), 5000U);
+}
+
+TEST_F(RecordingRecoveryTest, ANotedPathThatIsNotTheRecordingsOwnIsIgnored) {
+    const auto attribute = "user.com.tessivox.output";
+    leave("stereo_other.caf", 5000);
+    ASSERT_EQ(recover().size(), 1U);
+    disk.makeFolders("/talks");
+    disk.move(library / "other.m4a", "/talks/talk.m4a");
+    disk.put("/talks/.talk.part", "");
+    for (const auto& path : {"talks/talk.m4a"s, "/x/../talks/talk.m4a"s, "/talks/walk.m4a"s, "/talks/talk.txt"s,
+                             "/talks/talk.m4a\0"s, "/talks"s, ""s, std::string(5000, '/')}) {
+        leave("stereo_talk.caf", 5000);
+        disk.setAttribute(incomplete / "stereo_talk.caf", attribute, path);
+        EXPECT_EQ(recover(), std::vector<Path>{library / "talk.m4a"}) << path;
+        EXPECT_EQ(sortedNames(disk, "/talks"), (std::vector<std::string>{".talk.part", "talk.m4a"})) << path;
+        disk.remove(library / "talk.m4a");
     }
 }
 
