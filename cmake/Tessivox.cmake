@@ -10,8 +10,10 @@ find_package(PkgConfig REQUIRED)
 
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  # The sloppiness lets ccache serve files that use a precompiled header.
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+  # The sloppiness lets ccache serve files that use a precompiled header; with paths relative to the checkout, one
+  # checkout's results serve another, however the build was started.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros
+    CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
 endif()
 
 add_library(tessivox_options INTERFACE)

@@ -117,6 +117,4 @@ buildPreset() {
 fixedAddresses=()
 if setarch -R true 2>/dev/null; then fixedAddresses=(setarch -R); fi
 
-# Paths relative to the checkout, so that one checkout's results serve another.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
-export CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_MAXSIZE="${CCACHE_MAXSIZE:-5G}"
+export CCACHE_MAXSIZE="${CCACHE_MAXSIZE:-5G}"
