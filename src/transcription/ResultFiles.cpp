@@ -74,6 +74,7 @@ void ResultFiles::write(const Path& target, std::string_view text) {
         files_.removeIfPossible(temporary);
         throw;
     }
+    // The text stands. If this fails, its name may still be lost with the power, of which nobody can do anything now.
     syncIfPossible(target.parent_path());
 }
 

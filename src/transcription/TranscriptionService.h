@@ -70,8 +70,9 @@ public:
     base::Observable<PerRecording<std::string>>& lastFailureHint = state_.lastFailureHint;
 
     /// Ends once the transcript is on the disk; gives the recording's path, which the title may have changed. Throws
-    /// TranscriptionError or base::Error. Who does not wait for the result may destroy the task as soon as the
-    /// recording's status is `processing`: from then on the server's task is among the pending ones.
+    /// TranscriptionError or base::Error. Who does not wait for the result may destroy the task, in a later turn of the
+    /// loop, once the recording's status is `processing`: from then on the server's task is among the pending ones, and
+    /// the process that resumes them goes on with it.
     base::Task<std::filesystem::path> transcribe(std::filesystem::path url, TranscriptionSource source,
                                                  std::optional<base::Duration> duration);
     /// With the summary after it, if the user wants one. Never throws.
