@@ -24,7 +24,7 @@ base::HttpClient& NetworkLoop::client() {
     std::setlocale(LC_NUMERIC, "C");  // the application object takes the user's, and with it a decimal comma
     host_.emplace(qt::GuestLoop{loop_.fd(), [this] { return loop_.nextDeadline(); }, [this] { return loop_.now(); },
                                 [this] { loop_.dispatch(); }});
-    return client_.emplace(std::string("Tessivox/") + TESSIVOX_VERSION);
+    return client_.emplace(std::string("Tessivox/") + TESSIVOX_VERSION, trustedFile_);
 }
 
 void NetworkLoop::run() {
