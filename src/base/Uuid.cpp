@@ -1,6 +1,6 @@
 #include "base/Uuid.h"
 
-#include <string_view>
+#include <algorithm>
 
 namespace tessivox::base {
 
@@ -15,6 +15,14 @@ std::string uuidText(std::array<std::byte, 16> bytes) {
         text += kDigits[std::to_integer<std::size_t>(bytes[index] & std::byte{0x0F})];
     }
     return text;
+}
+
+bool isUuidText(std::string_view text) {
+    constexpr std::string_view kForm = "00000000-0000-0000-0000-000000000000";
+    const auto fits = [](char form, char letter) {
+        return form == '-' ? letter == '-' : (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'F');
+    };
+    return text.size() == kForm.size() && std::ranges::equal(kForm, text, fits);
 }
 
 std::string makeUuid(const RandomBytes& random) {

@@ -21,5 +21,13 @@ TEST(UuidTest, KeepsTheRandomBitsAroundThoseOfVersionAndVariant) {
     EXPECT_EQ(makeUuid(all(std::byte{0xFF})), "FFFFFFFF-FFFF-4FFF-BFFF-FFFFFFFFFFFF");
 }
 
+TEST(UuidTest, KnowsItsOwnTextFromOthers) {
+    EXPECT_TRUE(isUuidText("00112233-4455-4677-8899-AABBCCDDEEFF"));
+    for (const auto* other : {"", "00112233-4455-4677-8899-AABBCCDDEEF", "00112233-4455-4677-8899-AABBCCDDEEFF0",
+                              "00112233-4455-4677-8899-aabbccddeeff", "00112233-4455-4677-8899-AABBCCDDEEFG",
+                              "001122334-455-4677-8899-AABBCCDDEEFF"})
+        EXPECT_FALSE(isUuidText(other)) << other;
+}
+
 }  // namespace
 }  // namespace tessivox::base

@@ -4,6 +4,8 @@
 
 namespace tessivox::base {
 
+bool File::cloneFrom(const File&) { return false; }
+
 bool Files::removeIfPossible(const Path& path) noexcept {
     try {
         remove(path);

@@ -48,6 +48,9 @@ public:
     virtual void writeAt(std::uint64_t offset, std::span<const std::byte> bytes) = 0;
     /// Fills the span as far as the file reaches; returns the number of bytes read, 0 at its end.
     virtual std::size_t readAt(std::uint64_t offset, std::span<std::byte> bytes) = 0;
+    /// Takes over the contents of another file at once, sharing its room on the disk, in place of its own; false, and
+    /// nothing is changed, if the file system cannot do that.
+    virtual bool cloneFrom(const File& source);
     virtual void truncate(std::uint64_t size) = 0;
     virtual std::uint64_t size() const = 0;
     /// Returns when contents and size are on the disk.

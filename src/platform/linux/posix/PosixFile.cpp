@@ -1,6 +1,8 @@
 #include "platform/linux/posix/PosixFile.h"
 
+#include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -36,6 +38,11 @@ std::size_t PosixFile::readAt(std::uint64_t offset, std::span<std::byte> bytes) 
         total += static_cast<std::size_t>(got);
     }
     return total;
+}
+
+bool PosixFile::cloneFrom(const base::File& source) {
+    const auto* other = dynamic_cast<const PosixFile*>(&source);
+    return other && retry([&] { return ::ioctl(fd_.get(), FICLONE, other->fd_.get()); }) == 0;
 }
 
 void PosixFile::truncate(std::uint64_t size) {

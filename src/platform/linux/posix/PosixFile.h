@@ -15,6 +15,7 @@ public:
     void append(std::span<const std::byte> bytes) override;
     void writeAt(std::uint64_t offset, std::span<const std::byte> bytes) override;
     std::size_t readAt(std::uint64_t offset, std::span<std::byte> bytes) override;
+    bool cloneFrom(const base::File& source) override;
     void truncate(std::uint64_t size) override;
     std::uint64_t size() const override;
     void sync() override;
