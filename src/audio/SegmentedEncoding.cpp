@@ -34,17 +34,17 @@ void keepOnly(AudioPackets& packets, std::size_t first, std::size_t end) {
 
 }  // namespace
 
-SegmentedEncoding::SegmentedEncoding(const EncodingTools& tools, std::filesystem::path source,
-                                     const AudioEncoding& encoding, std::uint64_t frames, std::stop_token stop)
+SegmentedEncoding::SegmentedEncoding(const EncodingTools& tools, SampleSource source, const AudioEncoding& encoding,
+                                     std::uint64_t frames)
     : tools_(tools),
       source_(std::move(source)),
       encoding_(encoding),
       frames_(frames),
-      stop_(std::move(stop)),
       count_((frames + tools.segmentFrames - 1) / tools.segmentFrames),
       limit_(2 * (tools.helpers.size() + 1)) {}
 
-void SegmentedEncoding::run(TrackEncoder& target, const EncodingProgress& progress) {
+void SegmentedEncoding::run(const std::function<void(const AudioPackets&)>& takePackets,
+                            const EncodingProgress& progress) {
     struct Ending {
         SegmentedEncoding& self;
         ~Ending() { self.end(); }
@@ -52,7 +52,7 @@ void SegmentedEncoding::run(TrackEncoder& target, const EncodingProgress& progre
     for (auto* helper : tools_.helpers) helper->post([self = shared_from_this()] { self->help(); });
     for (std::size_t joined = 0; joined < count_;) {
         if (const auto packets = takeNext()) {
-            target.add(*packets);
+            takePackets(*packets);
             ++joined;
         } else if (const auto index = beginOne()) {
             encode(*index, progress);
@@ -128,7 +128,6 @@ void SegmentedEncoding::encode(std::size_t index, const EncodingProgress& progre
 }
 
 AudioPackets SegmentedEncoding::packetsOf(const Segment& segment, const EncodingProgress& progress) {
-    CafReader reader(tools_.files.open(source_, base::FileAccess::read));
     const auto encoder = tools_.encoders.makeEncoder(encoding_);
     const auto leadIn = std::min(kLeadIn, segment.begin);
     const auto begin = (segment.begin - leadIn) * kPacket;
@@ -137,7 +136,7 @@ AudioPackets SegmentedEncoding::packetsOf(const Segment& segment, const Encoding
     AudioPackets packets;
     packets.bytes.reserve((end - begin) / static_cast<std::uint64_t>(encoding_.sampleRate) *
                           static_cast<std::uint64_t>(encoding_.bitrate) / 8);
-    forEachPiece(reader, begin, end, stop_, [&](std::span<const float> samples) {
+    source_(begin, end, [&](std::span<const float> samples) {
         if (isOver_) throwInterrupted();
         encoder->write(samples, packets);
         progress(shareDone(samples.size() / static_cast<std::size_t>(encoding_.channels)));

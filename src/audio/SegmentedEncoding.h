@@ -4,32 +4,35 @@
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
-#include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
-#include <stop_token>
 
 #include "audio/EncodingTools.h"
-#include "audio/TrackEncoder.h"
 
 namespace tessivox::audio {
 
-/// The encoding of a whole temporary file by several threads. The sound is cut between packets; each segment's encoder
+/// Hands on the frames from `begin` to before `end`, interleaved, in pieces. Called by several threads at the same
+/// time. Throws base::Error if they are not all there.
+using SampleSource = std::function<void(std::uint64_t begin, std::uint64_t end,
+                                        const std::function<void(std::span<const float>)>& takePiece)>;
+
+/// The encoding of a long sound by several threads. The sound is cut between packets; each segment's encoder
 /// starts a little early, so that it is settled where its packets begin to count, and the packets are joined in order.
 /// The thread that asks encodes as well: helpers that are busy elsewhere hold nothing up. Threads run ahead of the
 /// joining by a few segments only, so that memory stays bounded.
 class SegmentedEncoding : public std::enable_shared_from_this<SegmentedEncoding> {
 public:
-    /// A file of that many frames, which does not change meanwhile. All referred to outlives run().
-    SegmentedEncoding(const EncodingTools& tools, std::filesystem::path source, const AudioEncoding& encoding,
-                      std::uint64_t frames, std::stop_token stop);
+    /// A sound of that many frames. All referred to outlives run().
+    SegmentedEncoding(const EncodingTools& tools, SampleSource source, const AudioEncoding& encoding,
+                      std::uint64_t frames);
 
-    /// Encodes everything into the target, which is then to be finished. Throws the first error of any thread, or that
-    /// the encoding was interrupted; no other thread works on it any more then. Call it once.
-    void run(TrackEncoder& target, const EncodingProgress& progress);
+    /// Hands on all packets in order, on the calling thread. Throws the first error of any thread, also of the source,
+    /// which thus interrupts the encoding; no other thread works on it any more then. Call it once.
+    void run(const std::function<void(const AudioPackets&)>& takePackets, const EncodingProgress& progress);
 
 private:
     /// A stretch of packets, by their numbers.
@@ -40,10 +43,9 @@ private:
     };
 
     EncodingTools tools_;
-    std::filesystem::path source_;
+    SampleSource source_;
     AudioEncoding encoding_;
     std::uint64_t frames_;
-    std::stop_token stop_;
     std::size_t count_;  ///< segments
     std::size_t limit_;  ///< segments that may be begun beyond those joined
     std::atomic<std::uint64_t> framesDone_ = 0;

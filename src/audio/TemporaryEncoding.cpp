@@ -1,6 +1,7 @@
 #include "audio/TemporaryEncoding.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "audio/SegmentedEncoding.h"
@@ -17,6 +18,14 @@ std::string doneLine(const CafReader& reader, const RecordingFiles& names, Track
         "Converted {0} → {1} ({2} frames, {3}ch, {4}bps)",
         {names.temporary(track).filename().string(), names.final(track).filename().string(),
          std::to_string(reader.frames()), std::to_string(encoding.channels), std::to_string(encoding.bitrate)});
+}
+
+SampleSource samplesOf(base::Files& files, std::filesystem::path source, std::stop_token stop) {
+    return [&files, source = std::move(source), stop = std::move(stop)](
+               std::uint64_t begin, std::uint64_t end, const std::function<void(std::span<const float>)>& takePiece) {
+        CafReader reader(files.open(source, base::FileAccess::read));
+        forEachPiece(reader, begin, end, stop, takePiece);
+    };
 }
 
 }  // namespace
@@ -54,7 +63,9 @@ std::unique_ptr<TrackEncoder> encodeFromTemporary(const EncodingTools& tools, co
     encoding.channels = reader.format().channels;
     auto encoder = std::make_unique<TrackEncoder>(tools.files, tools.encoders, names, track, encoding);
     if (!tools.helpers.empty() && frames >= 2 * tools.segmentFrames) {
-        std::make_shared<SegmentedEncoding>(tools, source, encoding, frames, stop)->run(*encoder, progress);
+        const auto addPackets = [&encoder](const AudioPackets& packets) { encoder->add(packets); };
+        std::make_shared<SegmentedEncoding>(tools, samplesOf(tools.files, source, stop), encoding, frames)
+            ->run(addPackets, progress);
     } else {
         std::uint64_t done = 0;
         forEachPiece(reader, 0, frames, stop, [&](std::span<const float> samples) {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <random>
 
 #include "audio/CafFile.h"
 #include "audio/TemporaryEncoding.h"
@@ -13,31 +12,16 @@
 #include "support/CrashingFiles.h"
 #include "support/DecodeAudio.h"
 #include "support/FakeEncoder.h"
+#include "support/MediaFolder.h"
 
 namespace tessivox::audio {
 namespace {
 
 using testing::CrashingFiles;
 using testing::FakeEncoder;
+using testing::speechLike;
 
 constexpr std::uint64_t kPacket = PacketEncoder::kPacketFrames;
-
-/// Voices and noise that are never the same again, interleaved stereo.
-std::vector<float> speechLike(std::size_t frames) {
-    std::minstd_rand random(7);
-    std::vector<float> samples;
-    samples.reserve(2 * frames);
-    float filtered = 0;
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-        const float noise = static_cast<float>(random()) / static_cast<float>(std::minstd_rand::max()) - 0.5F;
-        filtered += 0.05F * (noise - filtered);
-        const auto time = static_cast<float>(frame) / 48000;
-        const float voice = 0.2F * std::sin(1000 * time + 40 * std::sin(3 * time)) * std::abs(std::sin(5 * time));
-        samples.push_back(voice + filtered);
-        samples.push_back(0.3F * voice - filtered);
-    }
-    return samples;
-}
 
 struct SegmentedEncodingTest : ::testing::Test {
     posix::EventLoop loop;

@@ -86,7 +86,7 @@ std::vector<float> speechLike(std::size_t frames, int channels, int sampleRate) 
             static_cast<float>(0.2 * std::sin(1000 * time + 40 * std::sin(3 * time)) * std::abs(std::sin(5 * time)));
         for (int channel = 0; channel < channels; ++channel) {
             const bool isEven = channel % 2 == 0;
-            samples.push_back((isEven ? 1.0F : 0.3F) * voice + (isEven ? filtered : -filtered));
+            samples.push_back((isEven ? 1.0F : 0.3F) * voice + (isEven ? filtered : -0.5F * filtered));
         }
     }
     return samples;
