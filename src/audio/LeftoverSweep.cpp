@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "audio/RecordingFiles.h"
+#include "base/Uuid.h"
 
 namespace tessivox::audio {
 namespace {
@@ -35,6 +36,16 @@ void removeUnused(base::Files& files, const std::filesystem::path& path) {
     }
 }
 
+constexpr std::string_view kImportPrefix = ".tessivox-import-";
+constexpr std::string_view kImportEnding = ".part";
+
+/// Nobody else has such names, so it does not matter what the file holds: a copy may begin like anything.
+bool isImport(std::string_view name) {
+    if (!name.starts_with(kImportPrefix) || !name.ends_with(kImportEnding)) return false;
+    name.remove_prefix(kImportPrefix.size());
+    return name.size() > kImportEnding.size() && base::isUuidText(name.substr(0, name.size() - kImportEnding.size()));
+}
+
 class Sweep {
 public:
     Sweep(base::Files& files, const std::filesystem::path& incompleteFolder,
@@ -47,6 +58,10 @@ public:
         }
         removeUnused(files_, recordingsFolder_ / RecordingFiles::kProbe);
         for (const auto& name : sortedNames(files_, recordingsFolder_)) {
+            if (isImport(name)) {
+                removeUnused(files_, recordingsFolder_ / name);
+                continue;
+            }
             const auto bases = RecordingFiles::basesOfHidden(name);
             if (bases.empty() || std::ranges::any_of(bases, [this](const auto& base) { return isOpen(base); }))
                 continue;
@@ -73,6 +88,10 @@ private:
 };
 
 }  // namespace
+
+std::string importName(std::string_view uuid) {
+    return std::string(kImportPrefix) + std::string(uuid) + std::string(kImportEnding);
+}
 
 std::vector<std::string> sortedNames(const base::Files& files, const std::filesystem::path& folder) {
     std::vector<std::string> names;

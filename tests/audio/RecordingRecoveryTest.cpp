@@ -230,6 +230,7 @@ TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {
     disk.put(library / ".gone_sys.part", std::string(500, '\0'));
     disk.put(library / ".early_mic.part", "");
     for (const auto* name : {".early.part_mic", ".early.part_sys"}) disk.put(library / name, "");
+    disk.put(library / importName("00112233-4455-4677-8899-AABBCCDDEEFF"), "\0\0\0 ftypqt  of another program");
     disk.put(library / RecordingFiles::kProbe, "");
     leave("mic_gone.caf", 10);
     disk.put(incomplete / "sys_gone.caf", "");
@@ -241,8 +242,13 @@ TEST_F(RecordingRecoveryTest, LeftoversOfEndedRecordingsGo) {
 }
 
 TEST_F(RecordingRecoveryTest, WhatOthersUseOrOwnIsNotSwept) {
-    const std::vector<Path> inLibrary{".download.part", ".elsewhere.part", ".live.part", ".live_mic.part",
-                                      ".x.partial"};
+    const auto importing = importName("00112233-4455-4677-8899-AABBCCDDEEFF");
+    const std::vector<Path> inLibrary{".download.part", ".elsewhere.part",         ".live.part", ".live_mic.part",
+                                      importing,        ".tessivox-import-x.part", ".x.partial"};
+    disk.put(library / ".tessivox-import-x.part", "whatever it is");
+    disk.put(library / importing, "half");
+    const auto import = disk.open(library / importing, base::FileAccess::update);
+    ASSERT_TRUE(import->tryLock(library / importing));
     disk.put(library / ".download.part", "the beginning of something else");
     disk.put(library / ".elsewhere.part", "");  // of a program with other folders
     const auto elsewhere = disk.open(library / ".elsewhere.part", base::FileAccess::update);
