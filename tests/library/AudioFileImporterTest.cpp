@@ -116,7 +116,7 @@ TEST_F(AudioFileImporterTest, ConvertsWhateverIsNoM4aUnderItsOwnNameAndTellsHowF
 
 TEST_F(AudioFileImporterTest, CopiesAnM4aByteForByte) {
     std::string sound;
-    for (int i = 0; i < 2'500'000; ++i) sound += static_cast<char>(i * i >> 7);
+    for (std::uint32_t i = 0; i < 2'500'000; ++i) sound += static_cast<char>(i * i >> 7);
     library.settings.autoTranscribe.set(false);
     EXPECT_EQ(import(put("talk.M4A", sound)), "talk.m4a");
     EXPECT_EQ(contents("talk.m4a"), sound);
