@@ -151,15 +151,15 @@ use the server.
 The built-in engine, pocketsphinx, knows American English only. Clearly spoken words in good sound come out readable;
 of ordinary conversation it gets a third to a half of the words wrong. For transcripts to rely on, give it a better
 engine: with whisper.cpp, say,
-  tessivox-backend --engine command --command whisper-cli -m MODEL.bin -osrt -of {output} -f {input}
+  tessivox-backend --engine command --command whisper-cli -m MODEL.bin -osrt -of {out} -f {wav}
 
 Options:
 )";
 
 constexpr std::string_view kAfterOptions =
     R"(  --command PROGRAM [ARGUMENT]...
-      For --engine command: the program and all its arguments; comes last. {input} stands for a WAV file (16 kHz,
-      mono), {output} for a name to which the program may add .txt, .srt, .vtt or .json; without {output}, what it
+      For --engine command: the program and all its arguments; comes last. {wav} stands for a WAV file (16 kHz,
+      mono), {out} for a name to which the program may add .txt, .srt, .vtt or .json; without {out}, what it
       prints is taken.
   --help
       This text.
@@ -167,7 +167,7 @@ constexpr std::string_view kAfterOptions =
       The version.
 
 The same names, without the dashes, may stand in $XDG_CONFIG_HOME/Tessivox/backend.json, as in
-  {"engine": "command", "command": ["whisper-cli", "-m", "MODEL.bin", "-osrt", "-of", "{output}", "-f", "{input}"]}
+  {"engine": "command", "command": ["whisper-cli", "-m", "MODEL.bin", "-osrt", "-of", "{out}", "-f", "{wav}"]}
 Where a service needs a key, it comes from the environment variable TESSIVOX_OPENAI_KEY or TESSIVOX_CHAT_KEY.
 
 Exit status: 0 it ended as told; 1 it could not serve; 2 the options make no sense.

@@ -6,6 +6,7 @@
 #include "backend/speech/ParallelWork.h"
 #include "backend/speech/PocketsphinxDecoder.h"
 #include "backend/speech/SentenceCase.h"
+#include "backend/speech/LabelSpeakers.h"
 #include "backend/speech/Speakers.h"
 #include "backend/speech/SpeechDetector.h"
 
@@ -13,8 +14,6 @@ namespace tessivox::backend {
 namespace {
 
 constexpr double kDetected = 0.02;  ///< part of the work that precedes the recognition
-
-std::string speakerName(std::size_t speaker) { return std::string("Speaker ") + static_cast<char>('A' + speaker); }
 
 /// What was recognised of each turn.
 std::vector<std::string> recognise(const Sound& sound, const std::vector<SpeakerTurn>& turns,

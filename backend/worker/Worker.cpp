@@ -8,6 +8,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -15,6 +16,9 @@
 
 #include "backend/EngineFactory.h"
 #include "backend/jobs/Job.h"
+#include "backend/speech/LabelSpeakers.h"
+#include "backend/speech/TranscriptText.h"
+#include "backend/worker/DecodedSound.h"
 #include "base/Error.h"
 #include "platform/linux/posix/Descriptor.h"
 #include "platform/linux/posix/Retry.h"
@@ -80,18 +84,27 @@ void sufferFaults(const Order& order) {
     if (order.attempt <= fake.hangs) std::this_thread::sleep_for(std::chrono::hours(24));
 }
 
-JobResult work(const Order& order) {
+/// Tells its length too. The engine for tests needs no real sound.
+std::unique_ptr<DecodedSound> decoded(const Order& order) {
     say({{"stage", "decoding"}});
-    const auto engine = makeEngine(order.engine);
-    const double length = order.engine.fake.length;
     sufferFaults(order);
-    say({{"length", length}});
+    std::unique_ptr<DecodedSound> sound;
+    if (order.engine.engine != "fake")
+        sound = std::make_unique<DecodedSound>(order.sound, order.samples, order.longest);
+    say({{"length", sound ? sound->sound().seconds() : order.engine.fake.length}});
+    return sound;
+}
+
+JobResult work(const Order& order) {
+    const auto engine = makeEngine(order.engine);
+    const auto file = decoded(order);
+    const auto sound = file ? file->sound() : Sound();
     say({{"stage", "transcribing"}});
-    const auto utterances = engine->transcribe({}, [](double fraction) { say({{"fraction", fraction}}); });
+    auto utterances = engine->transcribe(sound, [](double fraction) { say({{"fraction", fraction}}); });
+    if (file) labelSpeakers(sound, utterances);
     JobResult result;
-    for (const auto& utterance : utterances)
-        result.text += "[00:00] " + utterance.speaker + ": " + utterance.text + "\n";
-    result.durationSeconds = std::llround(length);
+    result.text = transcriptText(utterances);
+    result.durationSeconds = std::llround(file ? sound.seconds() : order.engine.fake.length);
     result.provider = engine->name();
     const auto headline = makeSummarizer(order.engine)->headline(result.text);
     result.title = headline.title;
