@@ -11,22 +11,28 @@ _tessivox() {
         fi
     done
 
-    local IFS=$' \t\n' words='' files=''
+    local IFS=$' \t\n' words='' files='' network='--server --ca-file'
     case $command:$previous in
         record:--for) words='30s 5m 1h' ;;
         record:--output) files=1 ;;
         record:--mic) words='default none' ;;
         record:--system) words='on off' ;;
         record:--quality) words='low medium high' ;;
-        record:*) words='--for --output --mic --system --quality --separate-tracks --verbose --help' ;;
+        *:--ca-file) files=1 ;;
+        *:--server) words='https:// http://127.0.0.1:' ;;
+        record:*) words="--for --output --mic --system --quality --separate-tracks --transcribe $network --verbose --help" ;;
+        transcribe:*) words="--wait $network --verbose --help" files=1 ;;
+        import:*) words="$network --verbose --help" files=1 ;;
+        summarize:*) words="$network --verbose --help" files=1 ;;
+        usage:*) words="$network --verbose --help" ;;
         list:*) words='--json --verbose --help' ;;
         show:--format) words='text md srt vtt json' ;;
         show:*) words='--summary --format --verbose --help' files=1 ;;
         rename:* | trash:*) words='--verbose --help' files=1 ;;
         recover:*) words='--verbose --help' ;;
-        run:*) words='--headless --verbose --help' ;;
+        run:*) words="--headless $network --verbose --help" ;;
         devices:*) words='--json --verbose --help' ;;
-        :*) words='record list show rename trash recover run devices --version --verbose --help' ;;
+        :*) words="record import transcribe summarize list show rename trash recover run usage devices --version $network --verbose --help" ;;
     esac
 
     COMPREPLY=()

@@ -3,16 +3,22 @@
 complete -c tessivox -f
 
 complete -c tessivox -n __fish_use_subcommand -a record -d 'record until q, Ctrl-C or --for ends it'
+complete -c tessivox -n __fish_use_subcommand -a import -d 'make recordings of other sound files'
+complete -c tessivox -n __fish_use_subcommand -a transcribe -d 'make the transcript of a recording'
+complete -c tessivox -n __fish_use_subcommand -a summarize -d 'make the summary of a transcript'
 complete -c tessivox -n __fish_use_subcommand -a list -d 'list the recordings, newest first'
 complete -c tessivox -n __fish_use_subcommand -a show -d 'print a transcript or a summary'
 complete -c tessivox -n __fish_use_subcommand -a rename -d 'give a recording another name'
 complete -c tessivox -n __fish_use_subcommand -a trash -d 'move a recording to the trash'
 complete -c tessivox -n __fish_use_subcommand -a recover -d 'finish recordings that were interrupted'
 complete -c tessivox -n __fish_use_subcommand -a run -d 'stay ready in the background'
+complete -c tessivox -n __fish_use_subcommand -a usage -d 'tell how many transcriptions the server has left'
 complete -c tessivox -n __fish_use_subcommand -a devices -d 'list the microphones'
 complete -c tessivox -n __fish_use_subcommand -l version -d 'print the version'
 complete -c tessivox -l verbose -d 'tell on standard error what happens inside'
 complete -c tessivox -l help -d 'explain the command'
+complete -c tessivox -l server -x -a 'https://' -d 'the server that transcribes'
+complete -c tessivox -l ca-file -r -F -d 'certificates to trust too'
 
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l for -x -a '30s 5m 1h' -d 'stop after that much sound'
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l output -r -F -d 'name of the recording'
@@ -20,10 +26,13 @@ complete -c tessivox -n '__fish_seen_subcommand_from record' -l mic -x -a 'defau
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l system -x -a 'on off' -d 'the computer\'s sound'
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l quality -x -a 'low medium high' -d '64, 128 or 256 kbit/s'
 complete -c tessivox -n '__fish_seen_subcommand_from record' -l separate-tracks -d 'also save each source in a file of its own'
+complete -c tessivox -n '__fish_seen_subcommand_from record' -l transcribe -d 'make the transcript afterwards'
+
+complete -c tessivox -n '__fish_seen_subcommand_from transcribe' -l wait -d 'wait for the transcript in any case'
 
 complete -c tessivox -n '__fish_seen_subcommand_from list' -l json -d 'print one JSON array'
 complete -c tessivox -n '__fish_seen_subcommand_from show' -l summary -d 'the summary instead of the transcript'
 complete -c tessivox -n '__fish_seen_subcommand_from show' -l format -x -a 'text md srt vtt json' -d 'how it is printed'
-complete -c tessivox -n '__fish_seen_subcommand_from show rename trash' -F
+complete -c tessivox -n '__fish_seen_subcommand_from import transcribe summarize show rename trash' -F
 complete -c tessivox -n '__fish_seen_subcommand_from run' -l headless -d 'without windows and status icon'
 complete -c tessivox -n '__fish_seen_subcommand_from devices' -l json -d 'print one JSON object'

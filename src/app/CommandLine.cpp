@@ -9,6 +9,7 @@
 #include "app/CommandSyntax.h"
 #include "app/HelpTexts.h"
 #include "base/Text.h"
+#include "transcription/ServerAddress.h"
 
 #ifndef TESSIVOX_VERSION
 #error "The build defines TESSIVOX_VERSION."
@@ -58,9 +59,26 @@ Syntax<RecordOptions> recordSyntax() {
         {"--quality", "low, medium or high",
          [](auto& options, auto& value) { return store(options.quality, core::audioQuality(value)); }},
         {"--separate-tracks", "", [](auto& options, auto&) { return options.savesSeparateTracks = true; }},
+        {"--transcribe", "", [](auto& options, auto&) { return options.transcribes = true; }},
     };
     return {"record", std::move(known), {}};
 }
+
+Syntax<TranscribeOptions> transcribeSyntax() {
+    return {"transcribe",
+            {{"--wait", "", [](auto& options, auto&) { return options.waits = true; }}},
+            {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
+}
+
+Syntax<ImportOptions> importSyntax() {
+    return {"import", {}, {{"FILE", [](auto& options, auto& value) { options.files.emplace_back(value); }, true}}};
+}
+
+Syntax<SummarizeOptions> summarizeSyntax() {
+    return {"summarize", {}, {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
+}
+
+Syntax<UsageOptions> usageSyntax() { return {"usage", {}, {}}; }
 
 Syntax<DevicesOptions> devicesSyntax() {
     return {"devices", {{"--json", "", [](auto& options, auto&) { return options.asJSON = true; }}}, {}};
@@ -140,12 +158,16 @@ struct KnownCommand {
 
 constexpr KnownCommand kCommands[] = {
     {"record", kRecordHelp, parseRecord},
+    {"import", kImportHelp, [](Arguments rest) { return parseWith(importSyntax(), rest); }},
+    {"transcribe", kTranscribeHelp, [](Arguments rest) { return parseWith(transcribeSyntax(), rest); }},
+    {"summarize", kSummarizeHelp, [](Arguments rest) { return parseWith(summarizeSyntax(), rest); }},
     {"list", kListHelp, [](Arguments rest) { return parseWith(listSyntax(), rest); }},
     {"show", kShowHelp, parseShow},
     {"rename", kRenameHelp, [](Arguments rest) { return parseWith(renameSyntax(), rest); }},
     {"trash", kTrashHelp, [](Arguments rest) { return parseWith(trashSyntax(), rest); }},
     {"recover", kRecoverHelp, [](Arguments rest) { return parseWith(recoverSyntax(), rest); }},
     {"run", kRunHelp, parseRun},
+    {"usage", kUsageHelp, [](Arguments rest) { return parseWith(usageSyntax(), rest); }},
     {"devices", kDevicesHelp, [](Arguments rest) { return parseWith(devicesSyntax(), rest); }},
 };
 
@@ -164,6 +186,36 @@ Command parseCommand(Arguments arguments) {
     return usageError("\"{0}\" is not a command; see tessivox --help.", {name});
 }
 
+/// What every command knows.
+std::vector<Option<CommandLine>> commonOptions() {
+    return {{"--verbose", "", [](auto& line, auto&) { return line.isVerbose = true; }},
+            {"--server", "an address like https://example.org/api, or http:// on this computer",
+             [](auto& line, auto& value) {
+                 line.server = value;
+                 return transcription::baseURLOf(value).has_value();
+             }},
+            {"--ca-file", "a file of certificates (PEM)", [](auto& line, auto& value) {
+                 line.caFile = value;
+                 return !value.empty();
+             }}};
+}
+
+/// Understands them wherever they stand and gives the other arguments.
+std::optional<UsageError> takeCommonOptions(Arguments rest, CommandLine& line, std::vector<std::string>& others) {
+    const auto known = commonOptions();
+    while (!rest.empty() && rest.front() != kEndOfOptions) {
+        const auto name = rest.front().substr(0, rest.front().find('='));
+        if (std::ranges::find(known, name, &Option<CommandLine>::name) == known.end()) {
+            others.push_back(rest.front());
+            rest = rest.subspan(1);
+        } else if (auto problem = parseOption(rest, known, line)) {
+            return problem;
+        }
+    }
+    others.insert(others.end(), rest.begin(), rest.end());
+    return std::nullopt;
+}
+
 /// The count before the next unit, which it takes off; absent if the text does not go on with one.
 std::optional<std::int64_t> takeCount(std::string_view& text, char unit) {
     std::int64_t count = 0;
@@ -179,12 +231,13 @@ std::optional<std::int64_t> takeCount(std::string_view& text, char unit) {
 }  // namespace
 
 CommandLine parseCommandLine(const std::vector<std::string>& arguments) {
-    auto others = arguments;
-    const auto optionsEnd = std::ranges::find(others, kEndOfOptions);
-    const auto kept = std::remove(others.begin(), optionsEnd, "--verbose");
-    const bool isVerbose = kept != optionsEnd;
-    others.erase(kept, optionsEnd);
-    return {parseCommand(others), isVerbose};
+    CommandLine line;
+    std::vector<std::string> others;
+    if (auto problem = takeCommonOptions(arguments, line, others))
+        line.command = std::move(*problem);
+    else
+        line.command = parseCommand(others);
+    return line;
 }
 
 std::optional<base::Duration> parseDuration(std::string_view text) {

@@ -29,7 +29,27 @@ struct RecordOptions {
     std::optional<bool> recordsSystemAudio;
     std::optional<core::AudioQuality> quality;
     bool savesSeparateTracks = false;
+    bool transcribes = false;  ///< afterwards
 };
+
+/// `tessivox transcribe`. The file is as it was given.
+struct TranscribeOptions {
+    std::filesystem::path file;
+    bool waits = false;
+};
+
+/// `tessivox import`. The files are as they were given.
+struct ImportOptions {
+    std::vector<std::filesystem::path> files;
+};
+
+/// `tessivox summarize`. The file is as it was given.
+struct SummarizeOptions {
+    std::filesystem::path file;
+};
+
+/// `tessivox usage`.
+struct UsageOptions {};
 
 /// `tessivox devices`.
 struct DevicesOptions {
@@ -79,12 +99,15 @@ struct UsageError {
     std::string sentence;
 };
 
-using Command = std::variant<RecordOptions, DevicesOptions, RunOptions, ListOptions, ShowOptions, RenameOptions,
-                             TrashOptions, RecoverOptions, Information, UsageError>;
+using Command = std::variant<RecordOptions, ImportOptions, TranscribeOptions, SummarizeOptions, UsageOptions,
+                             DevicesOptions, RunOptions, ListOptions, ShowOptions, RenameOptions, TrashOptions,
+                             RecoverOptions, Information, UsageError>;
 
 struct CommandLine {
     Command command;
     bool isVerbose = false;
+    std::optional<std::string> server;            ///< an address that the rules allow
+    std::optional<std::filesystem::path> caFile;  ///< certificates to trust beside the system's
 };
 
 /// Understands the arguments, without the program's name. Looks at nothing else.

@@ -35,6 +35,7 @@ template <typename Options>
 struct Operand {
     std::string_view name;
     std::function<void(Options&, const std::string& value)> take;
+    bool repeats = false;  ///< may be given more than once; only a command's last one
 };
 
 /// What a command understands.
@@ -78,12 +79,15 @@ template <typename Options>
 std::optional<UsageError> parseOperands(const std::vector<std::string>& given, const Syntax<Options>& syntax,
                                         Options& options) {
     const auto& operands = syntax.operands;
-    for (std::size_t place = 0; place < operands.size(); ++place) {
+    const bool isOpen = !operands.empty() && operands.back().repeats;
+    const auto most = isOpen ? std::max(given.size(), operands.size()) : operands.size();
+    for (std::size_t place = 0; place < most; ++place) {
+        const auto& operand = operands[std::min(place, operands.size() - 1)];
         if (place >= given.size() || given[place].empty())
-            return usageError("tessivox {0} needs {1}; see --help.", {syntax.command, operands[place].name});
-        operands[place].take(options, given[place]);
+            return usageError("tessivox {0} needs {1}; see --help.", {syntax.command, operand.name});
+        operand.take(options, given[place]);
     }
-    if (given.size() <= operands.size()) return std::nullopt;
+    if (given.size() <= most) return std::nullopt;
     if (operands.empty()) return usageError("\"{0}\" is not an option of this command; see --help.", {given.front()});
     return usageError("\"{0}\" is one name too many: put a name with spaces in quotes.", {given[operands.size()]});
 }

@@ -7,11 +7,14 @@
 #include "app/DevicesCommand.h"
 #include "app/Headless.h"
 #include "app/HeadlessApp.h"
+#include "app/ImportCommand.h"
 #include "app/InstanceLock.h"
 #include "app/NetworkLoop.h"
 #include "app/RecordCommand.h"
 #include "app/RecoverCommand.h"
 #include "app/ShowCommand.h"
+#include "app/TranscriptionCommands.h"
+#include "app/TranscriptionKit.h"
 #include "audio/AudioLevelMonitor.h"
 #include "audio/AudioRecorder.h"
 #include "audio/RecordingFiles.h"
@@ -36,25 +39,11 @@
 #include "platform/linux/pulse/PulseAudioDevices.h"
 #include "platform/linux/pulse/PulseCaptureBackend.h"
 #include "platform/linux/pulse/SoundServerLink.h"
+#include "services/telemetry/NoAnalyticsSink.h"
 
 namespace tessivox::app {
 
 namespace {
-
-/// The settings as a command sees them: what it sets holds for itself only.
-struct CommandSettings {
-    core::JsonPreferences stored;
-    core::PreferencesOverlay preferences{stored};
-    HeadlessFolderChooser chooser;
-    HeadlessLoginItem loginItem;
-    core::AppSettings settings;
-
-    CommandSettings(base::Files& files, base::Scheduler& scheduler, const base::StandardFolders& folders,
-                    Console& console)
-        : stored(files, scheduler, folders.configuration / "Tessivox" / "settings.json",
-                 [&console](const std::string& sentence) { console.message(sentence); }),
-          settings(preferences, files, folders, chooser, loginItem) {}
-};
 
 bool isIgnored(int signal) {
     struct sigaction found {};
@@ -63,8 +52,72 @@ bool isIgnored(int signal) {
 
 }  // namespace
 
-Composition::Composition()
-    : ignoresHangup_(isIgnored(SIGHUP)),
+/// The settings as a command sees them: what it sets holds for itself only.
+struct Composition::Settings {
+    core::JsonPreferences stored;
+    core::PreferencesOverlay preferences{stored};
+    HeadlessFolderChooser chooser;
+    HeadlessLoginItem loginItem;
+    core::AppSettings settings;
+
+    explicit Settings(Composition& of)
+        : stored(of.files_, of.loop_, of.folders_.configuration / "Tessivox" / "settings.json",
+                 [&of](const std::string& sentence) { of.console_.message(sentence); }),
+          settings(preferences, of.files_, of.folders_, chooser, loginItem) {}
+
+    std::filesystem::path folder() const { return settings.recordingsDirectoryPath.get(); }
+    /// The recording that an argument means. It may lie anywhere; its folder is the library then.
+    std::filesystem::path meantRecording(const base::Files& files, const std::filesystem::path& argument) {
+        auto meant = app::meantRecording(files, folder(), argument);
+        settings.recordingsDirectoryPath.set(meant.parent_path().string());
+        return meant;
+    }
+};
+
+/// The library of the folder that the settings name, for one command.
+struct Composition::Library {
+    posix::PosixLocalTime localTime;
+    ffmpeg::FfmpegLengths lengths;
+    library::Trash trash;
+    library::RecordingStorage storage;
+
+    Library(Composition& of, core::AppSettings& settings)
+        : trash(of.files_, localTime, of.loop_, of.folders_.applicationSupport),
+          storage({of.loop_, of.files_, settings, trash, lengths, [] { return base::makeUuid(posix::fillRandom); }}) {
+        ffmpeg::redirectLog();
+    }
+};
+
+/// What a command over the server needs. It sends no signals and keeps no reports: these are the matter of the program
+/// that runs all day.
+struct Composition::Transcription {
+    Library library;
+    telemetry::NoAnalyticsSink nowhere;
+    telemetry::Analytics analytics;
+    HeadlessCrashSink noReports;
+    telemetry::CrashReporter crashReporter;
+    HeadlessAlerts alerts;
+    HeadlessNetworkPath network;
+    TranscriptionKit kit;
+    TranscriptionCommands commands;
+
+    Transcription(Composition& of, Settings& stored)
+        : library(of, stored.settings),
+          analytics(
+              nowhere, stored.stored, [] { return false; }, TESSIVOX_VERSION),
+          crashReporter(noReports, stored.stored, posix::fillRandom, {}),
+          alerts(of.console_),
+          kit({of.loop_, of.files_, of.folders_, stored.stored, stored.settings, library.storage, alerts, analytics,
+               crashReporter, network, *of.network_, of.server_}),
+          commands({of.loop_, of.files_, kit.service(), of.console_, [&of] { return of.isSomebodyRunning(); }}) {
+        of.interrupt_ = [this] { commands.interrupt(); };
+    }
+};
+
+Composition::Composition(const CommandLine& line)
+    : server_(line.server),
+      network_(std::make_unique<NetworkLoop>(loop_, line.caFile)),
+      ignoresHangup_(isIgnored(SIGHUP)),
       signals_(loop_, {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT}, [this](int signal) { onSignal(signal); }),
       files_(loop_),
       folders_(posix::standardFolders(posix::processEnvironment())),
@@ -72,6 +125,8 @@ Composition::Composition()
       console_(*terminal_) {
     posix::keepBigBlocksApart();
 }
+
+Composition::~Composition() = default;
 
 void Composition::onSignal(int signal) {
     if (signal == SIGTSTP) {
@@ -86,7 +141,7 @@ void Composition::onSignal(int signal) {
 
 void Composition::finish(ExitCode code) {
     code_ = code;
-    loop_.quit();
+    network_->quit();
 }
 
 void Composition::leaveAtOnce() {
@@ -108,7 +163,7 @@ ExitCode Composition::runTask(base::Task<ExitCode> command) {
     if (!interrupt_) interrupt_ = [this] { leaveAtOnce(); };
     base::TaskScope scope(loop_);
     scope.start(finishWith(std::move(command)));
-    loop_.run();
+    network_->run();
     interrupt_ = nullptr;
     return code_;
 }
@@ -121,34 +176,28 @@ ExitCode Composition::listDevices(const DevicesOptions& options) {
 
 ExitCode Composition::withLibrary(core::AppSettings& settings,
                                   const std::function<base::Task<ExitCode>(LibraryCommands&)>& command) {
-    ffmpeg::redirectLog();
-    posix::PosixLocalTime localTime;
-    ffmpeg::FfmpegLengths lengths;
-    library::Trash trash(files_, localTime, loop_, folders_.applicationSupport);
-    const auto makeID = [] { return base::makeUuid(posix::fillRandom); };
-    library::RecordingStorage storage({loop_, files_, settings, trash, lengths, makeID});
-    LibraryCommands commands({files_, localTime, storage, settings.recordingsDirectoryPath.get(), console_});
+    Library library(*this, settings);
+    LibraryCommands commands(
+        {files_, library.localTime, library.storage, settings.recordingsDirectoryPath.get(), console_});
     return runTask(command(commands));
 }
 
 ExitCode Composition::list(const ListOptions& options) {
-    CommandSettings stored(files_, loop_, folders_, console_);
+    Settings stored(*this);
     return withLibrary(stored.settings, [&](LibraryCommands& commands) { return commands.list(options.asJSON); });
 }
 
 ExitCode Composition::show(const ShowOptions& options) {
-    CommandSettings stored(files_, loop_, folders_, console_);
+    const Settings stored(*this);
     const posix::PosixLocalTime localTime;
-    return runTask(showCommand(files_, localTime, stored.settings.recordingsDirectoryPath.get(), options, console_));
+    return runTask(showCommand(files_, localTime, stored.folder(), options, console_));
 }
 
 ExitCode Composition::changeRecording(
     const std::filesystem::path& file,
     const std::function<base::Task<ExitCode>(LibraryCommands&, std::filesystem::path)>& change) {
-    CommandSettings stored(files_, loop_, folders_, console_);
-    const auto meant = meantRecording(files_, stored.settings.recordingsDirectoryPath.get(), file);
-    // A recording may lie anywhere; its folder is the library then.
-    stored.settings.recordingsDirectoryPath.set(meant.parent_path().string());
+    Settings stored(*this);
+    const auto meant = stored.meantRecording(files_, file);
     return withLibrary(stored.settings, [&](LibraryCommands& commands) { return change(commands, meant); });
 }
 
@@ -166,12 +215,11 @@ ExitCode Composition::trash(const TrashOptions& options) {
 
 ExitCode Composition::recover() {
     ffmpeg::redirectLog();
-    CommandSettings stored(files_, loop_, folders_, console_);
+    const Settings stored(*this);
     ffmpeg::AacEncoderFactory encoders;
     RecoveryRun recovery(loop_, files_, encoders);
     interrupt_ = [&recovery] { recovery.stop(); };
-    return runTask(recoverCommand(recovery, audio::incompleteFolder(folders_),
-                                  stored.settings.recordingsDirectoryPath.get(), console_));
+    return runTask(recoverCommand(recovery, audio::incompleteFolder(folders_), stored.folder(), console_));
 }
 
 ExitCode Composition::run() {
@@ -181,24 +229,87 @@ ExitCode Composition::run() {
         return ExitCode::done;
     }
     ffmpeg::redirectLog();
-    NetworkLoop network(loop_);
     const auto environment = posix::processEnvironment();
     HeadlessApp app({loop_,
                      files_,
                      folders_,
                      console_,
-                     [&network]() -> base::HttpClient& { return network.client(); },
+                     *network_,
                      {environment("TESSIVOX_ANALYTICS_URL"), environment("TESSIVOX_CRASH_URL")},
-                     [&network] { network.quit(); }});
+                     server_,
+                     [this] { network_->quit(); }});
     interrupt_ = [&app] { app.terminateNow(); };
-    network.run();
+    network_->run();
     interrupt_ = nullptr;
     return ExitCode::done;
 }
 
+bool Composition::isSomebodyRunning() {
+    try {
+        return !takeInstanceLock(files_, posix::runtimeFolder(posix::processEnvironment()), folders_.state);
+    } catch (const base::Error&) {
+        return false;  // nobody can have taken it
+    }
+}
+
+ExitCode Composition::transcribe(const TranscribeOptions& options) {
+    Settings stored(*this);
+    TranscriptionCommands::Request request;
+    request.recording = stored.meantRecording(files_, options.file);
+    request.waits = options.waits;
+    Transcription parts(*this, stored);
+    return runTask(parts.commands.transcribe(std::move(request)));
+}
+
+ExitCode Composition::summarize(const SummarizeOptions& options) {
+    Settings stored(*this);
+    auto meant = stored.meantRecording(files_, options.file);
+    Transcription parts(*this, stored);
+    return runTask(parts.commands.summarize(std::move(meant)));
+}
+
+ExitCode Composition::usage() {
+    Settings stored(*this);
+    Transcription parts(*this, stored);
+    return runTask(parts.commands.usage());
+}
+
+ExitCode Composition::importFiles(const ImportOptions& options) {
+    Settings stored(*this);
+    Transcription parts(*this, stored);
+    auto& library = parts.library;
+    const library::AudioFileImporter::Parts importer{loop_,
+                                                     files_,
+                                                     stored.settings,
+                                                     parts.analytics,
+                                                     library.storage,
+                                                     library.lengths,
+                                                     parts.kit.conversion(),
+                                                     [] { return base::makeUuid(posix::fillRandom); },
+                                                     {}};
+    ImportCommand command({loop_, importer, parts.commands, console_});
+    interrupt_ = [&command] { command.interrupt(); };
+    return runTask(command.run(options.files));
+}
+
 ExitCode Composition::record(const RecordOptions& options) {
+    Settings stored(*this);
+    std::optional<std::filesystem::path> saved;
+    const auto code = recordOnly(options, stored, saved);
+    if (!saved) return code;
+    TranscriptionCommands::Request request;
+    request.recording = stored.meantRecording(files_, *saved);
+    request.source = transcription::TranscriptionSource::automatic;
+    request.summarizes = stored.settings.autoSummarize.get();
+    request.tellsRecording = true;
+    Transcription parts(*this, stored);
+    return runTask(parts.commands.transcribe(std::move(request)));
+}
+
+/// `saved` is the recording that is to be transcribed.
+ExitCode Composition::recordOnly(const RecordOptions& options, Settings& stored,
+                                 std::optional<std::filesystem::path>& saved) {
     ffmpeg::redirectLog();
-    CommandSettings stored(files_, loop_, folders_, console_);
     auto& settings = stored.settings;
     core::AppState state(loop_);
 
@@ -227,8 +338,9 @@ ExitCode Composition::record(const RecordOptions& options) {
         controls, incompleteFolder, console_};
     RecordCommand command(options, parts, {[this](ExitCode code) { finish(code); }, [this] { leaveAtOnce(); }});
     interrupt_ = [&command] { command.interrupt(); };
-    loop_.run();
+    network_->run();
     interrupt_ = nullptr;
+    saved = command.savedForMore();
     return code_;
 }
 

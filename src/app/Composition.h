@@ -18,15 +18,22 @@
 
 namespace tessivox::app {
 
+class NetworkLoop;
+
 /// Makes every object of the program, in the order in which they need each other, and runs one command over them. Made
 /// before any thread.
 class Composition {
 public:
-    Composition();
+    explicit Composition(const CommandLine& line);
     Composition(const Composition&) = delete;
     Composition& operator=(const Composition&) = delete;
+    ~Composition();
 
     ExitCode record(const RecordOptions& options);
+    ExitCode transcribe(const TranscribeOptions& options);
+    ExitCode summarize(const SummarizeOptions& options);
+    ExitCode usage();
+    ExitCode importFiles(const ImportOptions& options);
     ExitCode listDevices(const DevicesOptions& options);
     ExitCode list(const ListOptions& options);
     ExitCode show(const ShowOptions& options);
@@ -37,7 +44,13 @@ public:
     ExitCode run();
 
 private:
+    struct Settings;
+    struct Library;
+    struct Transcription;
+
     posix::EventLoop loop_;
+    const std::optional<std::string> server_;
+    const std::unique_ptr<NetworkLoop> network_;
     std::function<void()> interrupt_;  ///< what a signal to stop does
     const bool ignoresHangup_;         ///< so that nohup keeps its word
     posix::SignalWatch signals_;
@@ -57,6 +70,8 @@ private:
         const std::function<base::Task<ExitCode>(LibraryCommands&, std::filesystem::path)>& change);
     ExitCode withLibrary(core::AppSettings& settings,
                          const std::function<base::Task<ExitCode>(LibraryCommands&)>& command);
+    ExitCode recordOnly(const RecordOptions& options, Settings& stored, std::optional<std::filesystem::path>& saved);
+    bool isSomebodyRunning();
 };
 
 }  // namespace tessivox::app

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,8 @@
 #include "core/ports/Alerts.h"
 #include "core/ports/FolderChooser.h"
 #include "core/ports/LoginItem.h"
+#include "services/telemetry/ports/CrashSink.h"
+#include "transcription/ports/NetworkPath.h"
 
 namespace tessivox::app {
 
@@ -35,6 +38,21 @@ public:
 
 private:
     Console& console_;
+};
+
+/// A command takes the network as it finds it: who starts it again is the one who knows that it is back.
+class HeadlessNetworkPath final : public transcription::NetworkPath {
+public:
+    bool isAvailable() const override { return true; }
+    base::Subscription onChange(std::function<void(bool isAvailable)>) override { return {}; }
+};
+
+/// A command that fails says so itself.
+class HeadlessCrashSink final : public telemetry::CrashSink {
+public:
+    void start(const telemetry::CrashOptions&) override {}
+    void setScope(const telemetry::CrashScope&) override {}
+    void addBreadcrumb(const telemetry::Breadcrumb&) override {}
 };
 
 /// A command never becomes part of the desktop's session.

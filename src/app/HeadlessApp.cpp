@@ -46,6 +46,9 @@ HeadlessApp::HeadlessApp(Surroundings around)
       storage_(
           {around_.loop, around_.files, settings_, trash_, lengths_, [] { return base::makeUuid(posix::fillRandom); }}),
       recovery_(around_.loop, around_.files, encoders_),
+      networkPath_(around_.loop),
+      transcription_({around_.loop, around_.files, around_.folders, preferences_, settings_, storage_, alerts_,
+                      analytics_, crashReporter_, networkPath_, around_.network, around_.server}),
       tasks_(around_.loop) {
     fillSteps();
     const core::AppDelegate::Parts delegate{around_.loop, analytics_, quitGuard_, nullptr, around_.end};
@@ -56,10 +59,14 @@ HeadlessApp::HeadlessApp(Surroundings around)
 HeadlessApp::~HeadlessApp() = default;
 
 telemetry::TelemetrySinks::Surroundings HeadlessApp::telemetrySurroundings() {
-    return {around_.loop,      around_.files,
-            posix::fillRandom, stateFolder(around_.folders),
-            crashes_,          [this] { return settings_.analyticsEnabled.get(); },
-            around_.network,   [this](const std::string& sentence) { around_.console.message(sentence); }};
+    return {around_.loop,
+            around_.files,
+            posix::fillRandom,
+            stateFolder(around_.folders),
+            crashes_,
+            [this] { return settings_.analyticsEnabled.get(); },
+            [this]() -> base::HttpClient& { return around_.network; },
+            [this](const std::string& sentence) { around_.console.message(sentence); }};
 }
 
 void HeadlessApp::fillSteps() {
@@ -82,6 +89,7 @@ void HeadlessApp::fillSteps() {
     steps_[LaunchStep::startCrashReporting] = [this] { crashReporter_.start(); };
     steps_[LaunchStep::startAnalytics] = [this] { analytics_.start(); };
     steps_[LaunchStep::startRecovery] = [this] { tasks_.start(recover()); };
+    steps_[LaunchStep::resumeTranscriptions] = [this] { transcription_.service().resumePendingTranscriptions(); };
 }
 
 base::Task<void> HeadlessApp::recover() {

@@ -4,11 +4,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "app/Console.h"
 #include "app/Headless.h"
 #include "app/RecoveryRun.h"
+#include "app/TranscriptionKit.h"
 #include "base/StandardFolders.h"
 #include "base/Task.h"
 #include "base/TaskScope.h"
@@ -25,6 +27,7 @@
 #include "library/Trash.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/FfmpegLengths.h"
+#include "platform/linux/gio/GioNetworkPath.h"
 #include "platform/linux/posix/CrashRecorder.h"
 #include "platform/linux/posix/EventLoop.h"
 #include "platform/linux/posix/PosixLocalTime.h"
@@ -45,9 +48,10 @@ public:
         base::Files& files;
         const base::StandardFolders& folders;
         Console& console;
-        std::function<base::HttpClient&()> network;  ///< asked for only where something is to be sent
+        base::HttpClient& network;  ///< used only where something is to be sent
         telemetry::Endpoints endpoints;
-        std::function<void()> end;  ///< ends the main loop
+        std::optional<std::string> server;  ///< of the command line
+        std::function<void()> end;          ///< ends the main loop
     };
 
     /// Runs the steps before the main loop; the others follow in its first turn.
@@ -84,6 +88,8 @@ private:
     library::Trash trash_;
     library::RecordingStorage storage_;
     RecoveryRun recovery_;
+    gio::GioNetworkPath networkPath_;
+    TranscriptionKit transcription_;
     base::TaskScope tasks_;
 
     telemetry::TelemetrySinks::Surroundings telemetrySurroundings();

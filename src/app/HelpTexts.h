@@ -9,18 +9,27 @@ inline constexpr std::string_view kMainHelp =
 
 Usage:
   tessivox record [options]     record until q, Ctrl-C or --for ends it
+  tessivox import FILE...       make recordings of other sound files
+  tessivox transcribe FILE      make the transcript of a recording
+  tessivox summarize FILE       make the summary of a transcript
   tessivox list [--json]        list the recordings, newest first
   tessivox show FILE [options]  print a transcript or a summary
   tessivox rename FILE NAME     give a recording another name
   tessivox trash FILE           move a recording to the trash
   tessivox recover              finish recordings that were interrupted
   tessivox run --headless       stay ready in the background
+  tessivox usage                tell how many transcriptions the server has left
   tessivox devices [--json]     list the microphones
   tessivox --version
 
 Options of every command:
-  --verbose    tell on standard error what happens inside
-  --help       explain the command
+  --server URL    the server that transcribes, instead of this computer's own: https, or http on this computer
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
+  --verbose       tell on standard error what happens inside
+  --help          explain the command
+
+Transcripts are made on this computer by tessivox-backend, which is started when it is needed, unless --server, the
+variable TESSIVOX_SERVER or the settings ("serverURL") name another server.
 )";
 
 inline constexpr std::string_view kRecordHelp =
@@ -39,14 +48,97 @@ Options (what is not given is as in the settings; nothing given is stored):
   --quality low|medium|high
                           64, 128 or 256 kbit/s
   --separate-tracks       also save each source in a file of its own (..._mic.m4a, ..._system.m4a)
+  --transcribe            make the transcript afterwards, as `tessivox transcribe` does; the summary too if the settings
+                          want one
+  --server URL            the server for that, instead of this computer's own
+  --ca-file FILE          trust these certificates (PEM) too when connecting to it
   --verbose               tell on standard error what happens inside
 
 In a terminal, p pauses and resumes, q stops and saves. Ctrl-C, SIGTERM and SIGHUP stop and save too; a second one while
 it still saves leaves the recoverable temporary file and ends at once.
 
-The path of the recording is the only thing written to standard output.
+The path of the recording is the only thing written to standard output; with --transcribe that of the transcript follows,
+both once the transcript is there, since its title may rename them.
 
 Exit status: 0 saved, 1 failed or incomplete, 2 wrong usage, 4 nothing was recorded.
+)";
+
+inline constexpr std::string_view kImportHelp =
+    R"(Makes a recording of each sound file and writes its path to standard output: an .m4a file of the same name in the
+recordings folder, with a number behind the name if it is taken. The files themselves stay as they are. If the settings
+want it ("autoTranscribe", which they do unless it was changed), the transcripts are made afterwards, as
+`tessivox transcribe` does, and their paths follow.
+
+Usage:
+  tessivox import FILE...
+
+  FILE         a sound file that ends in .m4a, .mp3, .wav, .aiff or .caf
+
+Options:
+  --server URL    the server for the transcripts, instead of this computer's own
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Ctrl-C ends it; of the file that is being imported nothing is left behind.
+
+Exit status: 0 all imported, 1 one failed or it was interrupted, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kTranscribeHelp =
+    R"(Makes the transcript of a recording and writes its path to standard output. It is a text file beside the recording, with
+the ending .txt. A recording that is named by its date is renamed if the server finds a title. Nothing takes the place
+of a transcript that is there already.
+
+Usage:
+  tessivox transcribe FILE [--wait]
+
+  FILE         the recording: a path, or the name of one in the recordings folder, with or without .m4a
+
+Options:
+  --wait       wait for the transcript in any case. Otherwise, where `tessivox run` runs, the command ends as soon as the
+               server has the recording; run saves the transcript. If it does not run, there is nobody else to wait.
+  --server URL    the server, instead of this computer's own: https, or http on this computer
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Ctrl-C ends the wait, not the work: once the server has the recording it goes on, and the same command or the next start
+of `tessivox run` fetches the transcript without another upload, for a day.
+
+Exit status: 0 the transcript is there, is left to run, or there was no speech; 1 failed or interrupted, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kSummarizeHelp =
+    R"(Makes the summary of a recording that has a transcript and writes its path to standard output. It is a text file beside the
+recording, with the ending .summary.txt. Nothing takes the place of a summary that is there already.
+
+Usage:
+  tessivox summarize FILE
+
+  FILE         the recording: a path, or the name of one in the recordings folder, with or without .m4a
+
+Options:
+  --server URL    the server, instead of this computer's own: https, or http on this computer
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 the summary is there, 1 failed or interrupted, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kUsageHelp =
+    R"(Asks the server how many transcriptions are used and left.
+
+Usage:
+  tessivox usage
+
+Options:
+  --server URL    the server, instead of this computer's own: https, or http on this computer
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 told, 1 the server does not answer, 2 wrong usage.
 )";
 
 inline constexpr std::string_view kDevicesHelp =
@@ -70,7 +162,7 @@ Exit status: 0 listed, 1 no sound server, 2 wrong usage.
 
 inline constexpr std::string_view kRunHelp =
     R"(Starts the program and lets it run until it is told to end. Interrupted recordings are finished first, in the
-background. Only one runs for each user; a second one says so and ends.
+background, and transcripts are fetched that earlier runs and other commands are waiting for. Only one runs for each user; a second one says so and ends.
 
 Usage:
   tessivox run --headless
@@ -78,6 +170,8 @@ Usage:
 Options:
   --headless   without windows and status icon; what would be asked is written to standard error and answered so that
                nothing is lost
+  --server URL    the server that transcribes, instead of this computer's own: https, or http on this computer
+  --ca-file FILE  trust these certificates (PEM) too when connecting to it
   --verbose    tell on standard error what happens inside
 
 Ctrl-C, SIGTERM and SIGHUP end it at once. A recording that runs is not stopped; the next start finishes it.

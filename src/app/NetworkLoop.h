@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <filesystem>
 #include <optional>
-#include <utility>
 
 #include "base/ports/HttpClient.h"
 #include "platform/linux/posix/EventLoop.h"
@@ -12,17 +11,18 @@
 
 namespace tessivox::app {
 
-/// The main loop, inside Qt's from when something wants to use the network. Main thread.
-class NetworkLoop {
+/// The main loop, inside Qt's from when something is sent for the first time. Main thread.
+class NetworkLoop final : public base::HttpClient {
 public:
-    /// `trustedFile` holds certificates to trust beside the system's.
+    /// The certificates in `trustedFile` (PEM) are trusted beside the system's.
     explicit NetworkLoop(posix::EventLoop& loop, std::optional<std::filesystem::path> trustedFile = {})
         : loop_(loop), trustedFile_(std::move(trustedFile)) {}
 
-    /// Made at the first call, which comes before run(). Throws base::Error if the certificates cannot be read.
-    base::HttpClient& client();
+    /// Throws base::HttpError also if there is no certificate in the file.
+    base::Task<base::HttpResponse> send(base::HttpRequest request) override;
+
+    /// Runs until quit().
     void run();
-    /// Ends run().
     void quit();
 
 private:
@@ -31,6 +31,10 @@ private:
     std::optional<QCoreApplication> application_;
     std::optional<qt::QtLoop> host_;
     std::optional<qt::QtHttpClient> client_;
+    bool isOver_ = false;
+
+    base::HttpClient& client();
+    void moveIntoQt();
 };
 
 }  // namespace tessivox::app

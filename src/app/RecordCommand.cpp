@@ -90,7 +90,16 @@ base::Task<ExitCode> RecordCommand::record() {
     setPhase(RecordView::Phase::saving);
     const auto outcome = co_await parts_.recorder.stop();
     endProgress();
-    co_return std::visit(Telling{parts_.console, parts_.incompleteFolder}, outcome);
+    co_return told(outcome);
+}
+
+ExitCode RecordCommand::told(const audio::RecordingStopOutcome& outcome) {
+    const auto* saved = std::get_if<audio::Saved>(&outcome);
+    if (saved && options_.transcribes && saved->missingSeconds <= 0) {
+        savedForMore_ = saved->url;
+        return ExitCode::done;
+    }
+    return std::visit(Telling{parts_.console, parts_.incompleteFolder}, outcome);
 }
 
 base::Task<std::optional<Refusal>> RecordCommand::prepare() {

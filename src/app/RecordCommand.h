@@ -60,6 +60,9 @@ public:
     /// Begins in a later turn of the loop.
     RecordCommand(RecordOptions options, Parts parts, Endings endings);
 
+    /// The recording that something is still to be done with, whose path is not told yet; absent if there is none.
+    const std::optional<std::filesystem::path>& savedForMore() const { return savedForMore_; }
+
     /// Ctrl-C and its relatives: the first stops and saves, one that comes while it saves abandons.
     void interrupt();
 
@@ -73,6 +76,7 @@ private:
     bool isInterrupted_ = false;  ///< from outside, not by a key
     bool isOver_ = false;
     std::optional<std::filesystem::path> url_;
+    std::optional<std::filesystem::path> savedForMore_;
     base::Duration elapsedBefore_{};              ///< up to the last pause
     std::optional<base::HostTime> runningSince_;  ///< absent while paused
     std::optional<base::HostTime> savingSince_;
@@ -84,6 +88,7 @@ private:
 
     base::Task<void> run();
     base::Task<ExitCode> record();
+    ExitCode told(const audio::RecordingStopOutcome& outcome);
     base::Task<std::optional<Refusal>> prepare();
     void finish(ExitCode code);
     void endProgress();

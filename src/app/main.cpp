@@ -24,17 +24,32 @@ void write(std::FILE* stream, const std::string& text) { std::fwrite(text.data()
 
 /// Does what a command line asks for and gives what the process ends with.
 struct Running {
+    const app::CommandLine& line;
+
     ExitCode operator()(app::RecordOptions options) const {
         if (options.output) options.output = std::filesystem::absolute(*options.output);
-        return app::Composition().record(options);
+        return app::Composition(line).record(options);
     }
-    ExitCode operator()(const app::DevicesOptions& options) const { return app::Composition().listDevices(options); }
-    ExitCode operator()(const app::RunOptions&) const { return app::Composition().run(); }
-    ExitCode operator()(const app::ListOptions& options) const { return app::Composition().list(options); }
-    ExitCode operator()(const app::ShowOptions& options) const { return app::Composition().show(options); }
-    ExitCode operator()(const app::RenameOptions& options) const { return app::Composition().rename(options); }
-    ExitCode operator()(const app::TrashOptions& options) const { return app::Composition().trash(options); }
-    ExitCode operator()(const app::RecoverOptions&) const { return app::Composition().recover(); }
+    ExitCode operator()(const app::TranscribeOptions& options) const {
+        return app::Composition(line).transcribe(options);
+    }
+    ExitCode operator()(const app::SummarizeOptions& options) const {
+        return app::Composition(line).summarize(options);
+    }
+    ExitCode operator()(app::ImportOptions options) const {
+        for (auto& file : options.files) file = std::filesystem::absolute(file);
+        return app::Composition(line).importFiles(options);
+    }
+    ExitCode operator()(const app::UsageOptions&) const { return app::Composition(line).usage(); }
+    ExitCode operator()(const app::DevicesOptions& options) const {
+        return app::Composition(line).listDevices(options);
+    }
+    ExitCode operator()(const app::RunOptions&) const { return app::Composition(line).run(); }
+    ExitCode operator()(const app::ListOptions& options) const { return app::Composition(line).list(options); }
+    ExitCode operator()(const app::ShowOptions& options) const { return app::Composition(line).show(options); }
+    ExitCode operator()(const app::RenameOptions& options) const { return app::Composition(line).rename(options); }
+    ExitCode operator()(const app::TrashOptions& options) const { return app::Composition(line).trash(options); }
+    ExitCode operator()(const app::RecoverOptions&) const { return app::Composition(line).recover(); }
     ExitCode operator()(const app::Information& information) const {
         write(stdout, information.text);
         return ExitCode::done;
@@ -61,7 +76,7 @@ bool wantsLog(const app::CommandLine& line) {
 ExitCode run(const std::vector<std::string>& arguments) {
     const auto line = app::parseCommandLine(arguments);
     if (wantsLog(line)) base::setLogSink([](std::string_view text) { write(stderr, std::string(text) + "\n"); });
-    return std::visit(Running(), line.command);
+    return std::visit(Running{line}, line.command);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ std::string problemOf(const Arguments& arguments) {
 TEST(CommandLineTest, LeavesEverythingToTheSettingsUnlessToldOtherwise) {
     const auto options = parsedAs<RecordOptions>({"record"});
     EXPECT_FALSE(options.length || options.output || options.microphone || options.recordsSystemAudio ||
-                 options.quality || options.savesSeparateTracks);
+                 options.quality || options.savesSeparateTracks || options.transcribes);
 }
 
 TEST(CommandLineTest, TakesEveryOptionOfRecordInBothForms) {
@@ -84,9 +84,28 @@ TEST(CommandLineTest, ShowsATranscriptAsPlainTextUnlessToldOtherwise) {
     EXPECT_EQ(parsedAs<ShowOptions>({"show", "a", "--format", "vtt"}).format, ShowFormat::vtt);
 }
 
+TEST(CommandLineTest, FindsServerAndCertificatesAnywhere) {
+    for (const Arguments& arguments :
+         {Arguments{"--server", "https://example.org/api", "--ca-file", "/ca.pem", "transcribe", "a", "--wait"},
+          Arguments{"transcribe", "--wait", "a", "--ca-file=/ca.pem", "--server=https://example.org/api"}}) {
+        EXPECT_EQ(parsedAs<TranscribeOptions>(arguments).file, "a");
+        EXPECT_TRUE(parsedAs<TranscribeOptions>(arguments).waits);
+        EXPECT_EQ(parseCommandLine(arguments).server, "https://example.org/api");
+        EXPECT_EQ(parseCommandLine(arguments).caFile, "/ca.pem");
+    }
+    EXPECT_FALSE(parsedAs<TranscribeOptions>({"transcribe", "--", "--server"}).waits);
+    EXPECT_FALSE(parseCommandLine({"transcribe", "--", "--server"}).server);
+    EXPECT_TRUE(parsedAs<RecordOptions>({"record", "--transcribe"}).transcribes);
+    EXPECT_EQ(parsedAs<ImportOptions>({"import", "a.wav", "--verbose", "b.mp3", "--", "-c.caf"}).files,
+              (std::vector<std::filesystem::path>{"a.wav", "b.mp3", "-c.caf"}));
+    EXPECT_EQ(parsedAs<SummarizeOptions>({"summarize", "b.m4a"}).file, "b.m4a");
+    parsedAs<UsageOptions>({"usage", "--server", "http://127.0.0.1:8080"});
+}
+
 TEST(CommandLineTest, ExplainsEveryCommandThatItsHelpLists) {
     const auto text = parsedAs<Information>({"--help"}).text;
-    for (const std::string name : {"record", "list", "show", "rename", "trash", "recover", "run", "devices"}) {
+    for (const std::string name : {"record", "import", "transcribe", "summarize", "usage", "list", "show", "rename",
+                                   "trash", "recover", "run", "devices"}) {
         EXPECT_NE(text.find("tessivox " + name), std::string::npos) << name;
         EXPECT_NE(parsedAs<Information>({name, "--help"}).text.find("Usage:\n  tessivox " + name), std::string::npos);
     }
@@ -118,6 +137,14 @@ TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
         {{"trash", ""}, "tessivox trash needs FILE"},
         {{"trash", "-a.m4a"}, "\"-a.m4a\""},
         {{"trash", "Team", "talk.m4a"}, "in quotes"},
+        {{"transcribe"}, "tessivox transcribe needs FILE"},
+        {{"import"}, "tessivox import needs FILE"},
+        {{"import", "a.wav", ""}, "tessivox import needs FILE"},
+        {{"usage", "now"}, "\"now\""},
+        {{"usage", "--server"}, "--server needs a value"},
+        {{"usage", "--server", "http://example.org"}, "https://example.org/api"},
+        {{"usage", "--ca-file="}, "PEM"},
+        {{"--verbose=yes", "list"}, "takes no value"},
         {{"show"}, "tessivox show needs FILE"},
         {{"show", "a", "--format", "doc"}, "text, md, srt, vtt or json"},
         {{"show", "a", "--summary", "--format", "srt"}, "no times"},

@@ -104,6 +104,23 @@ protected:
     }
 };
 
+TEST_F(RecordCommandTest, LeavesASoundRecordingWithoutAWordToWhatIsToTranscribeIt) {
+    RecordOptions options;
+    options.transcribes = true;
+    record(options);
+    press('q');
+    EXPECT_EQ(ended, ExitCode::done);
+    EXPECT_EQ(command->savedForMore(), kRecordings / "now.m4a");
+    EXPECT_EQ(console.output, "");
+
+    recorder.outcome = audio::Saved{kRecordings / "now.m4a", 0.5};
+    record(options);
+    press('q');
+    EXPECT_EQ(ended, ExitCode::failed);
+    EXPECT_FALSE(command->savedForMore());
+    EXPECT_EQ(console.output, (kRecordings / "now.m4a\n").string());
+}
+
 TEST_F(RecordCommandTest, SavesAfterQAndPrintsNothingButThePathToStandardOutput) {
     record();
     time.advance(10s);

@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/SoundServer.h"
+#include "support/StubServer.h"
+
+namespace tessivox::testing {
+namespace {
+
+using Path = std::filesystem::path;
+using Arguments = std::vector<std::string>;
+
+/// The program itself, in a home of its own with one recording, and a server that says what it is told to.
+class TextCommandsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = "/tmp/tessivox-text-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        home = pattern;
+        std::filesystem::create_directories(recordings());
+        std::filesystem::create_directory(home / "run");
+        put("a talk.m4a", "sound");
+    }
+    ~TextCommandsTest() override { std::filesystem::remove_all(home); }
+
+    Path recordings() const { return home / "Documents/TessivoxRecordings"; }
+    void put(const std::string& name, const std::string& text) const { std::ofstream(recordings() / name) << text; }
+    static std::string textOf(const Path& file) {
+        std::ifstream stream(file);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    std::string errors() const { return textOf(home / "errors"); }
+
+    ChildProcess start(const Arguments& arguments) const {
+        std::filesystem::remove(home / "errors");
+        Arguments command{"sh", "-c", "exec \"$0\" \"$@\" 2>\"$ERRORS\"", TESSIVOX_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return {command,
+                {"HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / "config").string(),
+                 "XDG_DATA_HOME=" + (home / "data").string(), "XDG_STATE_HOME=" + (home / "state").string(),
+                 "XDG_RUNTIME_DIR=" + (home / "run").string(), "PULSE_SERVER=unix:/nowhere", "TESSIVOX_ANALYTICS_URL=",
+                 "TESSIVOX_CRASH_URL=", "TESSIVOX_SERVER=" + serverURL, "ERRORS=" + (home / "errors").string()}};
+    }
+    struct Outcome {
+        int status = -1;
+        std::string output;
+    };
+    Outcome run(const Arguments& arguments) const {
+        auto program = start(arguments);
+        Outcome outcome;
+        outcome.output = program.readAll();
+        outcome.status = program.wait();
+        return outcome;
+    }
+    static bool becomesTrue(const std::function<bool()>& condition) {
+        for (int tries = 0; tries < 2000 && !condition(); ++tries) poll(nullptr, 0, 10);
+        return condition();
+    }
+
+    void serverTakes() { server.willAnswer(json(R"({"task_id": "t", "status": "pending"})")); }
+    void serverIsBusy() { server.willAnswer(json(R"({"task_id": "t", "status": "processing"})")); }
+    void serverGives(const std::string& text) {
+        const nlohmann::json usage{{"used", 1}, {"limit", 9}, {"remaining", 8}, {"can_transcribe", true}};
+        const nlohmann::json reply{{"task_id", "t"},         {"status", "completed"}, {"text", text},
+                                   {"duration_seconds", 60}, {"provider", "stub"},    {"usage", usage}};
+        server.willAnswer(json(reply.dump()));
+    }
+
+    Path home;
+    StubServer server;
+    std::string serverURL = server.url("/api");
+
+private:
+    static StubServer::Answer json(const std::string& body) {
+        return StubServer::status(200, "Content-Type: application/json\r\n", body);
+    }
+};
+
+TEST_F(TextCommandsTest, ShowsTheTextsBesideARecording) {
+    put("a talk.txt", "[00:01] Speaker A: Good morning.\r\n[00:04] Speaker B: 1 < 2\n");
+    put("a talk.summary.txt", "# Title: A talk\n\n## Summary\nThey **met**.\n");
+    EXPECT_EQ(run({"show", "a talk"}).output, "[00:01] Speaker A: Good morning.\n[00:04] Speaker B: 1 < 2\n");
+    EXPECT_EQ(run({"show", "a talk", "--summary"}).output, "A talk\n\nSummary\nThey met.\n");
+    const auto captions = run({"show", (recordings() / "a talk.txt").string(), "--format=vtt"});
+    EXPECT_EQ(captions.status, 0);
+    EXPECT_EQ(captions.output,
+              "WEBVTT\n\n00:00:01.000 --> 00:00:04.000\n<v Speaker A>Good morning.\n\n"
+              "00:00:04.000 --> 00:00:05.500\n<v Speaker B>1 &lt; 2\n\n");
+    const auto known = nlohmann::json::parse(run({"show", "a talk.m4a", "--format", "json"}).output);
+    EXPECT_EQ(known.at("title"), "a talk");
+    EXPECT_EQ(known.at("segments").size(), 2U);
+
+    std::filesystem::remove(recordings() / "a talk.txt");
+    const auto missing = run({"show", "a talk"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.output, "");
+    EXPECT_NE(errors().find("tessivox transcribe '"), std::string::npos) << errors();
+}
+
+TEST_F(TextCommandsTest, TranscribesAtTheServerThatItIsGiven) {
+    serverTakes();
+    serverGives("[00:01] Speaker A: Hello.\n");
+    const auto made = run({"transcribe", "a talk"});
+    EXPECT_EQ(made.status, 0) << errors();
+    EXPECT_EQ(made.output, (recordings() / "a talk.txt").string() + "\n");
+    EXPECT_EQ(textOf(recordings() / "a talk.txt"), "[00:01] Speaker A: Hello.\n");
+    ASSERT_EQ(server.requests().size(), 2U);
+    EXPECT_EQ(server.requests().front().find("POST /api/transcribe/submit "), 0U);
+
+    EXPECT_EQ(run({"transcribe", "a talk"}).output, made.output);
+    EXPECT_EQ(server.requests().size(), 2U) << "what is there is not made again";
+}
+
+TEST_F(TextCommandsTest, WhatAnInterruptionLeavesTheNextRunFetches) {
+    serverTakes();
+    serverIsBusy();
+    auto waiting = start({"transcribe", "a talk"});
+    const auto pending = home / "data/Tessivox/pending_transcriptions.json";
+    ASSERT_TRUE(becomesTrue([&] { return server.requests().size() == 2; })) << errors();
+    ::kill(waiting.pid(), SIGINT);
+    EXPECT_EQ(waiting.readAll(), "");
+    EXPECT_EQ(waiting.wait(), 1);
+    EXPECT_NE(errors().find("fetches the transcript"), std::string::npos) << errors();
+    ASSERT_TRUE(std::filesystem::exists(pending));
+
+    serverGives("[00:01] Speaker A: Hello.\n");
+    auto program = start({"run", "--headless"});
+    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings() / "a talk.txt"); })) << errors();
+    EXPECT_TRUE(becomesTrue([&] { return textOf(pending) == "[]"; })) << textOf(pending);
+    ::kill(program.pid(), SIGTERM);
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(server.requests().size(), 3U) << "one upload";
+}
+
+TEST_F(TextCommandsTest, WhoRunsAllDayTakesOverTheWait) {
+    auto program = start({"run", "--headless", "--verbose"});
+    ASSERT_TRUE(becomesTrue([&] { return std::filesystem::exists(home / "run/Tessivox/running.lock"); }));
+    serverTakes();
+    serverIsBusy();
+    serverGives("[00:01] Speaker A: Hello.\n");
+    const auto left = run({"transcribe", "a talk"});
+    EXPECT_EQ(left.status, 0) << errors();
+    EXPECT_NE(errors().find("saves the transcript"), std::string::npos) << errors();
+    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings() / "a talk.txt"); }));
+    ::kill(program.pid(), SIGTERM);
+    EXPECT_EQ(program.wait(), 0);
+}
+
+TEST_F(TextCommandsTest, RefusesServersAndCertificatesThatItCannotTrust) {
+    EXPECT_EQ(run({"usage", "--server", "http://example.org/api"}).status, 2);
+    serverURL = "ftp://example.org";
+    EXPECT_EQ(run({"usage"}).status, 1);
+    EXPECT_NE(errors().find("TESSIVOX_SERVER"), std::string::npos) << errors();
+    serverURL = "https://127.0.0.1:9/api";
+    EXPECT_EQ(run({"usage", "--ca-file", (home / "none.pem").string()}).status, 1);
+    EXPECT_NE(errors().find("none.pem"), std::string::npos) << errors();
+    EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace tessivox::testing
