@@ -75,6 +75,11 @@ void StubServer::willAnswer(Answer answer) {
     answers_.push_back(std::move(answer));
 }
 
+void StubServer::willAlwaysAnswer(Answer answer) {
+    const std::lock_guard guard(mutex_);
+    usual_ = std::move(answer);
+}
+
 std::vector<std::string> StubServer::requests() const {
     const std::lock_guard guard(mutex_);
     return requests_;
@@ -83,6 +88,11 @@ std::vector<std::string> StubServer::requests() const {
 std::size_t StubServer::hangUps() const {
     const std::lock_guard guard(mutex_);
     return hangUps_;
+}
+
+std::size_t StubServer::unreadRequests() const {
+    const std::lock_guard guard(mutex_);
+    return unreadRequests_;
 }
 
 void StubServer::serve() {
@@ -98,22 +108,33 @@ void StubServer::serve() {
     for (auto& conversation : conversations) conversation.join();
 }
 
-/// The next answer, if it is a reset.
-std::optional<StubServer::Answer> StubServer::takeReset() {
-    const std::lock_guard guard(mutex_);
-    if (answers_.empty() || !answers_.front().resetAfter) return std::nullopt;
+/// With the lock held.
+StubServer::Answer StubServer::takeAnswer() {
+    if (answers_.empty()) return usual_;
     auto answer = std::move(answers_.front());
     answers_.pop_front();
     return answer;
 }
 
-void StubServer::resetAfter(int connection, std::size_t bytes) const {
+/// The next answer, if it is a reset.
+std::optional<StubServer::Answer> StubServer::takeReset() {
+    const std::lock_guard guard(mutex_);
+    const auto& next = answers_.empty() ? usual_ : answers_.front();
+    if (!next.resetAfter) return std::nullopt;
+    return takeAnswer();
+}
+
+void StubServer::breakOff(int connection, const Answer& answer) {
     std::array<char, 4096> buffer;
-    for (std::size_t got = 0; got < bytes && isReadable(connection);) {
+    for (std::size_t got = 0; got < *answer.resetAfter && isReadable(connection);) {
         const auto count = ::recv(connection, buffer.data(), buffer.size(), 0);
         if (count <= 0) return;
         got += static_cast<std::size_t>(count);
     }
+    std::unique_lock lock(mutex_);
+    ++unreadRequests_;
+    lock.unlock();
+    if (answer.isHeld) isReadable(stop_);
     const linger none{1, 0};  // closing resets; see socket(7)
     ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
 }
@@ -135,13 +156,12 @@ void StubServer::send(int connection, std::string_view bytes, std::chrono::milli
 }
 
 void StubServer::converse(int connection) {
-    if (const auto reset = takeReset()) return resetAfter(connection, *reset->resetAfter);
+    if (const auto reset = takeReset()) return breakOff(connection, *reset);
     auto request = readRequest(connection);
     if (request.empty()) return;
     std::unique_lock lock(mutex_);
     requests_.push_back(std::move(request));
-    const auto answer = answers_.empty() ? status(200) : answers_.front();
-    if (!answers_.empty()) answers_.pop_front();
+    const auto answer = takeAnswer();
     lock.unlock();
     send(connection, answer.bytes, answer.pace);
     std::array<char, 4096> rest;
