@@ -134,6 +134,8 @@ std::vector<OptionEntry> makeTable() {
          [](Server& o, Text& v) { return store(o.engine.fake.crashes, v, 0, 1000); }},
         {"fake-hangs", "NUMBER", "In how many first attempts at a job it hangs.", "a number",
          [](Server& o, Text& v) { return store(o.engine.fake.hangs, v, 0, 1000); }},
+        {"least-time", "SECONDS", "How long any job may take, beside what --time-factor allows.", "a number of seconds",
+         [](Server& o, Text& v) { return store(o.limits.leastSeconds, v, 0, 1e6); }},
         {"clock-offset", "SECONDS", "How far ahead of the machine's clock the server believes to be.",
          "a number of seconds", [](Server& o, Text& v) { return storeSeconds(o.clockOffset, v); }},
         {"idle-time", "SECONDS", "How long a server whose starter has gone waits for requests.", "a number of seconds",

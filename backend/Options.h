@@ -20,7 +20,8 @@ struct Limits {
     std::uint64_t queuedBytes = std::uint64_t{8} << 30;
     std::size_t queuedJobs = 100;
     double soundHours = 12;
-    double timeFactor = 6;  ///< how long a job may take, as a multiple of the sound's length
+    double timeFactor = 6;      ///< how long a job may take, as a multiple of the sound's length
+    double leastSeconds = 120;  ///< and how long any may take, beside
 };
 
 /// Where a server listens that nobody started for himself alone.

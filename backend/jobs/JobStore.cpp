@@ -44,8 +44,7 @@ JobStore::JobStore(base::Files& files, Path folder, Limits limits, Clock clock, 
       random_(std::move(random)),
       document_(files_, folder_ / "jobs.json") {
     for (const auto* name : {"uploads", "sounds", "results"}) files_.makeFolders(folder_ / name);
-    load();
-    save();
+    change([this](State& state) { load(state); });
     sweep();
     eraseExpired();
 }
@@ -54,21 +53,21 @@ std::int64_t JobStore::now() const {
     return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
 }
 
-void JobStore::load() {
+void JobStore::load(State& state) {
     if (!files_.exists(document_.path())) return;
     const auto document = json::parse(files_.readAll(document_.path(), kLargestDocument), nullptr, false);
     try {
-        transcribed_ = document.at("transcribed").get<std::int64_t>();
-        for (const auto& job : document.at("jobs")) takeUp(job.get<Job>());
+        document.at("transcribed").get_to(state.transcribed);
+        for (const auto& job : document.at("jobs")) takeUp(state, job.get<Job>());
     } catch (const json::exception&) {
-        jobs_.clear();
+        state = {};
         base::log("jobs.json is damaged and was moved to " + document_.keepAside().filename().string() + ".");
     }
 }
 
 /// A job of the server before. One that it was working on when it died counts as tried.
-void JobStore::takeUp(Job job) {
-    lastNumber_ = std::max(lastNumber_, job.number);
+void JobStore::takeUp(State& state, Job job) {
+    state.lastNumber = std::max(state.lastNumber, job.number);
     job.finished = std::min(job.finished, now());  // also where the clock was set back
     if (job.state == JobState::running) job.state = JobState::queued;
     if (job.state == JobState::queued && job.attempts >= kMostAttempts) {
@@ -77,7 +76,7 @@ void JobStore::takeUp(Job job) {
         job.error = "The transcription was interrupted " + std::to_string(job.attempts) + " times; start it again.";
     }
     const auto id = job.id;
-    jobs_.insert_or_assign(id, std::move(job));
+    state.jobs.insert_or_assign(id, std::move(job));
 }
 
 /// Removes what a killed server left.
@@ -89,29 +88,42 @@ void JobStore::sweep() {
 
 void JobStore::sweepFolder(const char* name, const std::function<bool(const Job&)>& isNeeded) {
     for (const auto& entry : files_.list(folder_ / name)) {
-        const auto job = jobs_.find(entry.string());
-        if (job == jobs_.end() || !isNeeded(job->second)) files_.removeIfPossible(folder_ / name / entry);
+        const auto job = find(entry.string());
+        if (!job || !isNeeded(*job)) files_.removeIfPossible(folder_ / name / entry);
     }
 }
 
-void JobStore::save() {
+void JobStore::change(const Change& change) {
     const std::lock_guard saving(saving_);
-    json document;
-    {
-        const std::lock_guard lock(mutex_);
-        document["transcribed"] = transcribed_;
-        document["jobs"] = json::array();
-        for (const auto& [id, job] : jobs_) document["jobs"].push_back(job);
+    auto next = snapshot();
+    change(next);
+    save(next);
+    const std::lock_guard lock(mutex_);
+    state_ = std::move(next);
+}
+
+void JobStore::changeAnyway(const Change& change) {
+    const std::lock_guard saving(saving_);
+    auto next = snapshot();
+    change(next);
+    try {
+        save(next);
+    } catch (const base::FileError& error) {
+        logFailure("save the jobs", error);
     }
+    const std::lock_guard lock(mutex_);
+    state_ = std::move(next);
+}
+
+void JobStore::save(const State& state) {
+    json document{{"transcribed", state.transcribed}, {"jobs", json::array()}};
+    for (const auto& [id, job] : state.jobs) document["jobs"].push_back(job);
     document_.replace(dumped(document));
 }
 
-void JobStore::saveIfPossible() noexcept {
-    try {
-        save();
-    } catch (const std::exception& error) {
-        logFailure("save the jobs", error);
-    }
+JobStore::State JobStore::snapshot() const {
+    const std::lock_guard lock(mutex_);
+    return state_;
 }
 
 std::string JobStore::newID() const {
@@ -126,8 +138,9 @@ std::unique_ptr<Upload> JobStore::beginUpload(std::optional<std::uint64_t> lengt
     }
     {
         const std::lock_guard lock(mutex_);
-        const auto open = std::count_if(jobs_.begin(), jobs_.end(), [](const auto& j) { return j.second.isOpen(); });
-        if (static_cast<std::size_t>(open) >= limits_.queuedJobs || jobs_.size() >= kMostKept) refuseAsFull();
+        const auto& jobs = state_.jobs;
+        const auto open = std::count_if(jobs.begin(), jobs.end(), [](const auto& j) { return j.second.isOpen(); });
+        if (static_cast<std::size_t>(open) >= limits_.queuedJobs || jobs.size() >= kMostKept) refuseAsFull();
         if (keptBytes() + length.value_or(0) > limits_.queuedBytes) refuseAsFull();
     }
     if (files_.freeSpace(folder_) < kReserve + length.value_or(0)) {
@@ -138,7 +151,7 @@ std::unique_ptr<Upload> JobStore::beginUpload(std::optional<std::uint64_t> lengt
 
 std::uint64_t JobStore::keptBytes() const {
     auto total = uploadingBytes_;
-    for (const auto& [id, job] : jobs_) total += job.isOpen() ? job.uploadBytes : 0;
+    for (const auto& [id, job] : state_.jobs) total += job.isOpen() ? job.uploadBytes : 0;
     return total;
 }
 
@@ -155,27 +168,22 @@ void JobStore::unreserve(std::uint64_t bytes) {
 
 std::string JobStore::submit(std::unique_ptr<Upload> upload) {
     upload->finish();
-    Job job{.id = upload->id(), .submitted = now(), .uploadBytes = upload->size(), .error = {}};
-    {
-        const std::lock_guard lock(mutex_);
-        job.number = ++lastNumber_;
-        jobs_.emplace(job.id, job);
-    }
-    try {
-        save();
-    } catch (const base::FileError&) {
-        const std::lock_guard lock(mutex_);
-        jobs_.erase(job.id);
-        throw;
-    }
+    Job job;
+    job.id = upload->id();
+    job.submitted = now();
+    job.uploadBytes = upload->size();
+    change([&](State& state) {
+        job.number = ++state.lastNumber;
+        state.jobs.emplace(job.id, job);
+    });
     upload->keep();
     return job.id;
 }
 
 std::optional<Job> JobStore::find(const std::string& id) const {
     const std::lock_guard lock(mutex_);
-    const auto job = jobs_.find(id);
-    if (job == jobs_.end()) return std::nullopt;
+    const auto job = state_.jobs.find(id);
+    if (job == state_.jobs.end()) return std::nullopt;
     return job->second;
 }
 
@@ -184,26 +192,19 @@ JobResult JobStore::result(const std::string& id) const {
 }
 
 std::optional<Job> JobStore::begin() {
-    std::optional<Job> job;
-    {
-        const std::lock_guard lock(mutex_);
+    std::optional<Job> begun;
+    if (!hasWork()) return begun;
+    change([&](State& state) {
         Job* next = nullptr;
-        for (auto& [id, candidate] : jobs_) {
-            if (candidate.state != JobState::queued) continue;
-            if (!next || candidate.number < next->number) next = &candidate;
+        for (auto& [id, job] : state.jobs) {
+            if (job.state == JobState::queued && (!next || job.number < next->number)) next = &job;
         }
-        if (!next) return std::nullopt;
+        if (!next) return;
         next->state = JobState::running;
         ++next->attempts;
-        job = *next;
-    }
-    try {
-        save();
-    } catch (const base::FileError&) {
-        release(job->id);
-        throw;
-    }
-    return job;
+        begun = *next;
+    });
+    return begun;
 }
 
 void JobStore::complete(const std::string& id, const JobResult& result) {
@@ -213,15 +214,15 @@ void JobStore::complete(const std::string& id, const JobResult& result) {
         logFailure("keep a result", error);
         return fail(id, "The server could not keep the transcript: " + error.description());
     }
-    finish(id, [&](Job& job) {
+    finish(id, [&](Job& job, State& state) {
         job.state = JobState::completed;
         job.finished = now();
-        ++transcribed_;
+        ++state.transcribed;
     });
 }
 
 void JobStore::fail(const std::string& id, const std::string& sentence) {
-    finish(id, [&](Job& job) {
+    finish(id, [&](Job& job, State&) {
         job.state = JobState::failed;
         job.finished = now();
         job.error = sentence;
@@ -231,27 +232,21 @@ void JobStore::fail(const std::string& id, const std::string& sentence) {
 void JobStore::crash(const std::string& id, const std::string& sentence) {
     const auto job = find(id);
     if (job && job->attempts >= kMostAttempts) return fail(id, sentence);
-    finish(id, [](Job& j) { j.state = JobState::queued; });
+    finish(id, [](Job& j, State&) { j.state = JobState::queued; });
 }
 
 void JobStore::release(const std::string& id) {
-    finish(id, [](Job& job) {
+    finish(id, [](Job& job, State&) {
         job.state = JobState::queued;
         --job.attempts;
     });
 }
 
-void JobStore::finish(const std::string& id, const std::function<void(Job&)>& change) noexcept {
-    Job job;
-    {
-        const std::lock_guard lock(mutex_);
-        const auto found = jobs_.find(id);
-        if (found == jobs_.end()) return;
-        change(found->second);
-        job = found->second;
-    }
-    saveIfPossible();
-    dropFiles(job);
+void JobStore::finish(const std::string& id, const std::function<void(Job&, State&)>& change) {
+    changeAnyway([&](State& state) {
+        if (const auto job = state.jobs.find(id); job != state.jobs.end()) change(job->second, state);
+    });
+    if (const auto job = find(id)) dropFiles(*job);
 }
 
 void JobStore::dropFiles(const Job& job) {
@@ -262,26 +257,26 @@ void JobStore::dropFiles(const Job& job) {
 
 void JobStore::eraseExpired() {
     std::vector<std::string> expired;
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto& [id, job] : jobs_) {
-            if (!job.isOpen() && now() - job.finished >= kKept) expired.push_back(id);
-        }
-        for (const auto& id : expired) jobs_.erase(id);
+    const auto now = this->now();
+    const auto state = snapshot();
+    for (const auto& [id, job] : state.jobs) {
+        if (!job.isOpen() && now - job.finished >= kKept) expired.push_back(id);
     }
     if (expired.empty()) return;
-    saveIfPossible();
+    changeAnyway([&](State& state) {
+        for (const auto& id : expired) state.jobs.erase(id);
+    });
     for (const auto& id : expired) files_.removeIfPossible(resultPath(id));
 }
 
 bool JobStore::hasWork() const {
     const std::lock_guard lock(mutex_);
-    return std::any_of(jobs_.begin(), jobs_.end(), [](const auto& entry) { return entry.second.isOpen(); });
+    return std::any_of(state_.jobs.begin(), state_.jobs.end(), [](const auto& entry) { return entry.second.isOpen(); });
 }
 
 std::int64_t JobStore::transcribed() const {
     const std::lock_guard lock(mutex_);
-    return transcribed_;
+    return state_.transcribed;
 }
 
 }  // namespace tessivox::backend

@@ -21,8 +21,7 @@ namespace tessivox::backend {
 class Upload;
 
 /// What the server remembers: jobs.json with all jobs, and beside it the uploads, the sounds and the results that they
-/// need, each only as long as it is needed. Whatever it says, it says once it is on the disk. Any thread; one process
-/// at a time.
+/// need, each only as long as it is needed. Whatever it tells of is on the disk. Any thread; one process at a time.
 class JobStore {
 public:
     using Path = base::Files::Path;
@@ -69,24 +68,32 @@ private:
     const Limits limits_;
     const Clock clock_;
     const base::RandomBytes random_;
+    struct State {
+        std::map<std::string, Job> jobs;
+        std::int64_t lastNumber = 0;
+        std::int64_t transcribed = 0;
+    };
+    using Change = std::function<void(State&)>;
+    std::mutex saving_;  ///< held by whoever changes the state; taken before mutex_
     mutable std::mutex mutex_;
-    std::mutex saving_;  ///< taken before mutex_
-    base::SharedDocument document_;
-    std::map<std::string, Job> jobs_;
-    std::int64_t lastNumber_ = 0;
-    std::int64_t transcribed_ = 0;
+    State state_;                       ///< as on the disk
     std::uint64_t uploadingBytes_ = 0;  ///< of uploads that are no jobs yet
+    base::SharedDocument document_;
 
     Path resultPath(const std::string& id) const { return folder_ / "results" / id; }
     std::string newID() const;
-    void load();
-    void takeUp(Job job);
+    void load(State& state);
+    void takeUp(State& state, Job job);
     void sweep();
     void sweepFolder(const char* name, const std::function<bool(const Job&)>& isNeeded);
-    void save();
-    void saveIfPossible() noexcept;
-    /// Changes a job under the lock, then saves and drops what it no longer needs.
-    void finish(const std::string& id, const std::function<void(Job&)>& change) noexcept;
+    State snapshot() const;
+    void save(const State& state);
+    /// Shows the changed state once it is on the disk. Throws base::FileError, and nothing has changed.
+    void change(const Change& change);
+    /// Shows it even if it cannot be saved.
+    void changeAnyway(const Change& change);
+    /// Changes a job, and drops the files that it no longer needs.
+    void finish(const std::string& id, const std::function<void(Job&, State&)>& change);
     void dropFiles(const Job& job);
     std::uint64_t keptBytes() const;
     void reserve(std::uint64_t bytes);

@@ -13,7 +13,6 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 constexpr base::Duration kStart = 10min;  // until a worker knows how long the sound is
-constexpr base::Duration kLeast = 2min;   // for any sound
 constexpr base::Duration kLongestPause = 60s;
 constexpr base::Duration kAfterFailedSave = 10s;
 
@@ -68,7 +67,8 @@ void JobRunner::take(const std::string& line) {
     if (!message.is_object()) return;
     try {
         if (message.contains("length")) {
-            allow(kLeast + base::fromSeconds(message.at("length").get<double>() * limits_.timeFactor));
+            const auto length = message.at("length").get<double>();
+            allow(base::fromSeconds(limits_.leastSeconds + length * limits_.timeFactor));
         }
         if (message.contains("result")) result_ = message.at("result").get<JobResult>();
         if (message.contains("failure")) failure_ = message.at("failure").get<std::string>();

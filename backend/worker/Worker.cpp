@@ -79,7 +79,6 @@ void endWithServer() {
 void sufferFaults(const Order& order) {
     const auto& fake = order.engine.fake;
     if (order.engine.engine != "fake") return;
-    std::this_thread::sleep_for(std::chrono::duration<double>(fake.decodeSeconds));
     if (order.attempt <= fake.crashes) std::abort();
     if (order.attempt <= fake.hangs) std::this_thread::sleep_for(std::chrono::hours(24));
 }
@@ -87,10 +86,12 @@ void sufferFaults(const Order& order) {
 /// Tells its length too. The engine for tests needs no real sound.
 std::unique_ptr<DecodedSound> decoded(const Order& order) {
     say({{"stage", "decoding"}});
-    sufferFaults(order);
     std::unique_ptr<DecodedSound> sound;
-    if (order.engine.engine != "fake")
+    if (order.engine.engine == "fake") {
+        std::this_thread::sleep_for(std::chrono::duration<double>(order.engine.fake.decodeSeconds));
+    } else {
         sound = std::make_unique<DecodedSound>(order.sound, order.samples, order.longest);
+    }
     say({{"length", sound ? sound->sound().seconds() : order.engine.fake.length}});
     return sound;
 }
@@ -99,6 +100,7 @@ JobResult work(const Order& order) {
     const auto engine = makeEngine(order.engine);
     const auto file = decoded(order);
     const auto sound = file ? file->sound() : Sound();
+    sufferFaults(order);
     say({{"stage", "transcribing"}});
     auto utterances = engine->transcribe(sound, [](double fraction) { say({{"fraction", fraction}}); });
     if (file) labelSpeakers(sound, utterances);
