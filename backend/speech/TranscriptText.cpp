@@ -31,9 +31,9 @@ std::string oneLine(std::string_view text) {
 }
 
 /// What a reader recognises as a name: no colon, not too long.
-std::string speakerName(std::string_view speaker) {
+std::string speakerName(std::string speaker) {
+    std::ranges::replace(speaker, ':', ' ');
     std::string name = oneLine(speaker);
-    std::ranges::replace(name, ':', ' ');
     std::size_t characters = 0;
     const auto tooMany = [&](char c) { return (c & 0xC0) != 0x80 && ++characters > kLongestName; };
     name.erase(std::ranges::find_if(name, tooMany), name.end());

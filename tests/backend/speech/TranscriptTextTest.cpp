@@ -40,7 +40,7 @@ TEST(TranscriptTextTest, LetsNoReaderTakeWordsForASpeaker) {
 TEST(TranscriptTextTest, MakesANameThatReadersRecognise) {
     EXPECT_EQ(transcriptText({{1, 2, "hello", "Dr: Who"}}), "[00:01] Dr Who: hello\n");
     EXPECT_EQ(transcriptText({{1, 2, "hi", "Jürgen von und zu Hohenstein-Waldburg"}}),
-              "[00:01] Jürgen von und zu Hohenst: hi\n");
+              "[00:01] Jürgen von und zu Hohens: hi\n");
     EXPECT_EQ(transcriptText({{1, 2, "at 10:30", " : "}}), "[00:01] : at 10:30\n");
 }
 
