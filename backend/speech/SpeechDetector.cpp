@@ -65,10 +65,11 @@ Run padded(Run run, std::size_t frames) {
     return {run.begin - std::min(run.begin, kPaddingBefore), std::min(run.end + kPaddingAfter, frames)};
 }
 
+/// The latest of several, since long segments are recognised better.
 std::size_t quietestFrame(const BandLevels& levels, std::size_t begin, std::size_t end) {
     std::size_t quietest = begin;
     for (std::size_t frame = begin; frame < end; ++frame)
-        if (levels.loudness(frame) < levels.loudness(quietest)) quietest = frame;
+        if (levels.loudness(frame) <= levels.loudness(quietest)) quietest = frame;
     return quietest;
 }
 
