@@ -26,12 +26,13 @@ struct FreeSettings {
     void operator()(cmd_ln_t* settings) const { cmd_ln_free_r(settings); }
 };
 
-/// With "-cmn batch" the level of each stretch is its own, not a running mean.
+/// With "-cmn batch" the level of each stretch is its own, not a running mean. Without the second, flat pass less is
+/// heard wrongly (6 % instead of 8 % of a synthetic dialogue's words, 23 % instead of 29 % of a human reader's).
 std::unique_ptr<cmd_ln_t, FreeSettings> settingsFor(const std::filesystem::path& model) {
     const std::string acoustics = model / kParts[0], language = model / kParts[1], dictionary = model / kParts[2];
-    return std::unique_ptr<cmd_ln_t, FreeSettings>(cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acoustics.c_str(),
-                                                               "-lm", language.c_str(), "-dict", dictionary.c_str(),
-                                                               "-cmn", "batch", static_cast<const char*>(nullptr)));
+    return std::unique_ptr<cmd_ln_t, FreeSettings>(
+        cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acoustics.c_str(), "-lm", language.c_str(), "-dict",
+                    dictionary.c_str(), "-cmn", "batch", "-fwdflat", "no", static_cast<const char*>(nullptr)));
 }
 
 }  // namespace

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "backend/speech/LabelSpeakers.h"
 #include "backend/speech/ParallelWork.h"
 #include "backend/speech/PocketsphinxDecoder.h"
 #include "backend/speech/SentenceCase.h"
-#include "backend/speech/LabelSpeakers.h"
 #include "backend/speech/Speakers.h"
 #include "backend/speech/SpeechDetector.h"
 

@@ -47,16 +47,6 @@ TEST(PocketsphinxEngineTest, WritesDownADialogueWithItsSpeakersInSilence) {
     EXPECT_TRUE(transcriptText(utterances).starts_with("[00:00] Speaker A: Good morning"));
 }
 
-TEST(PocketsphinxEngineTest, UnderstandsSpeechUnderNoise) {
-    const auto dialogue = SpokenDialogue::meeting({"rms", "slt"});
-    const Samples noise = testing::brownNoise(dialogue.samples.size(), 1000);
-    const Samples samples = testing::throughUploadCopy(testing::withNoise(dialogue.samples, noise, 15));
-    const auto utterances = PocketsphinxEngine().transcribe({samples}, [](double) {});
-    const double errors = testing::wordErrorRate(dialogue.text(), textOf(utterances));
-    RecordProperty("word_error_rate", std::to_string(errors));
-    EXPECT_LE(errors, 0.2) << textOf(utterances);
-}
-
 TEST(PocketsphinxEngineTest, HearsNothingInSilence) {
     EXPECT_TRUE(PocketsphinxEngine().transcribe({Samples(16000 * 20)}, [](double) {}).empty());
 }
