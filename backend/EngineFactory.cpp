@@ -21,6 +21,7 @@ std::string fromEnvironment(const char* variable) {
 CommandSettings commandSettings(const EngineOptions& options) {
     CommandSettings settings;
     settings.arguments = options.command;
+    settings.timePerSecond = options.timeFactor;
     return settings;
 }
 

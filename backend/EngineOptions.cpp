@@ -7,13 +7,9 @@ namespace tessivox::backend {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FakeOptions, text, seconds, decodeSeconds, length, crashes, hangs)
 
 void to_json(nlohmann::json& json, const EngineOptions& options) {
-    json = {{"engine", options.engine},
-            {"command", options.command},
-            {"openaiUrl", options.openaiUrl},
-            {"openaiModel", options.openaiModel},
-            {"chatUrl", options.chatUrl},
-            {"chatModel", options.chatModel},
-            {"fake", options.fake}};
+    json = {{"engine", options.engine},           {"command", options.command}, {"openaiUrl", options.openaiUrl},
+            {"openaiModel", options.openaiModel}, {"chatUrl", options.chatUrl}, {"chatModel", options.chatModel},
+            {"timeFactor", options.timeFactor},   {"fake", options.fake}};
 }
 
 void from_json(const nlohmann::json& json, EngineOptions& options) {
@@ -23,6 +19,7 @@ void from_json(const nlohmann::json& json, EngineOptions& options) {
     json.at("openaiModel").get_to(options.openaiModel);
     json.at("chatUrl").get_to(options.chatUrl);
     json.at("chatModel").get_to(options.chatModel);
+    json.at("timeFactor").get_to(options.timeFactor);
     json.at("fake").get_to(options.fake);
 }
 

@@ -24,6 +24,7 @@ struct EngineOptions {
     std::string openaiModel;
     std::string chatUrl;  ///< base address of chat completions; empty: no chat
     std::string chatModel;
+    double timeFactor = 6;  ///< how long a transcription may take, as a multiple of the sound's length
     FakeOptions fake;
 };
 

@@ -110,7 +110,7 @@ std::vector<OptionEntry> makeTable() {
         {"max-hours", "HOURS", "The longest sound; 12 if not given.", "a number of hours",
          [](Server& o, Text& v) { return store(o.limits.soundHours, v, 0.001, 1000); }},
         {"time-factor", "NUMBER", "How long a job may take, as a multiple of the sound's length; 6 if not given.",
-         "a number from 0.01 to 1000", [](Server& o, Text& v) { return store(o.limits.timeFactor, v, 0.01, 1000); }},
+         "a number from 0.01 to 1000", [](Server& o, Text& v) { return store(o.engine.timeFactor, v, 0.01, 1000); }},
         {"verbose", "", "Write a log to standard error. It holds no text of any transcript.", "",
          [](Server& o, Text&) { return o.isVerbose = true; }},
         {"testing", "", "Allow the options below.", "", [](Server& o, Text&) { return o.isTesting = true; }},

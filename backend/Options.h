@@ -20,8 +20,7 @@ struct Limits {
     std::uint64_t queuedBytes = std::uint64_t{8} << 30;
     std::size_t queuedJobs = 100;
     double soundHours = 12;
-    double timeFactor = 6;      ///< how long a job may take, as a multiple of the sound's length
-    double leastSeconds = 120;  ///< and how long any may take, beside
+    double leastSeconds = 180;  ///< how long any job may take, beside what the engine may
 };
 
 /// Where a server listens that nobody started for himself alone.

@@ -263,8 +263,8 @@ void JobStore::eraseExpired() {
         if (!job.isOpen() && now - job.finished >= kKept) expired.push_back(id);
     }
     if (expired.empty()) return;
-    changeAnyway([&](State& state) {
-        for (const auto& id : expired) state.jobs.erase(id);
+    changeAnyway([&](State& next) {
+        for (const auto& id : expired) next.jobs.erase(id);
     });
     for (const auto& id : expired) files_.removeIfPossible(resultPath(id));
 }

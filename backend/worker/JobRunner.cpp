@@ -68,7 +68,7 @@ void JobRunner::take(const std::string& line) {
     try {
         if (message.contains("length")) {
             const auto length = message.at("length").get<double>();
-            allow(base::fromSeconds(limits_.leastSeconds + length * limits_.timeFactor));
+            allow(base::fromSeconds(limits_.leastSeconds + length * engine_.timeFactor));
         }
         if (message.contains("result")) result_ = message.at("result").get<JobResult>();
         if (message.contains("failure")) failure_ = message.at("failure").get<std::string>();

@@ -182,12 +182,12 @@ TEST_F(TranscriptionCommandsTest, SummarizesATranscriptAtOnceOrWithIt) {
 }
 
 TEST_F(TranscriptionCommandsTest, TellsTheQuota) {
-    serverSays("/usage", 200, kUsage);
+    serverSays("/usage", 200, R"({"usage":)" + kUsage + "}");
     server.usually("/token", FakeHttpClient::json(404, ""));
     EXPECT_EQ(testing::await(time, commands.usage()), ExitCode::done);
     EXPECT_EQ(console.output, "3 of 10 transcriptions used, 7 left, counted anew from 2026-02\n");
     console.output.clear();
-    serverSays("/usage", 200, kUsedUp);
+    serverSays("/usage", 200, R"({"usage":)" + kUsedUp + "}");
     EXPECT_EQ(testing::await(time, commands.usage()), ExitCode::done);
     EXPECT_NE(console.output.find("no new ones"), std::string::npos);
     server.will("/usage", FakeHttpClient::silence());
