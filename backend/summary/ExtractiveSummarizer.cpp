@@ -176,7 +176,8 @@ std::string extractSummary(std::string_view transcript, const std::optional<std:
         return text + "There is too little text for a summary: " + plural(read.sentences.size(), "sentence") + ".\n";
     }
     Extract extract(read);
-    text += extract.summary() + "\n\n## Key points\n" + extract.keyPoints();
+    text += extract.summary();  // first: what it says is no key point again
+    text += "\n\n## Key points\n" + extract.keyPoints();
     const auto actions = extract.actions();
     text += "\n## Possible action items\n" + (actions.empty() ? "No sentence sounds like one.\n" : actions);
     return text + "\n" + std::string(kExtractNotice) + "\n";
