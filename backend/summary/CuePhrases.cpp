@@ -103,7 +103,7 @@ Cues cuesOf(std::string_view sentence) {
     cues.isPersonal = has(words, std::array<std::string_view, 5>{"i", "i'll", "i'm", "i've", "i'd"});
     cues.action = actionOf(words, list.size(), cues.isQuestion);
     const bool hasFigures = std::ranges::any_of(sentence, [](char c) { return (c >= '0' && c <= '9') || c == '%'; });
-    cues.point = std::min(0.8, 0.5 * count(words, kDecisions) + 0.2 * count(words, kWeighty)) +
+    cues.point = (has(words, kDecisions) ? 0.6 : 0) + std::min(0.4, 0.2 * count(words, kWeighty)) +
                  (hasFigures ? 0.15 : 0) + lengthPenalty(list.size());
     if (has(words, kChatter)) cues.point -= 0.6;
     if (cues.isQuestion) cues.point -= 1;
