@@ -83,9 +83,7 @@ struct Composition::Library {
 
     Library(Composition& of, core::AppSettings& settings)
         : trash(of.files_, localTime, of.loop_, of.folders_.applicationSupport),
-          storage({of.loop_, of.files_, settings, trash, lengths, [] { return base::makeUuid(posix::fillRandom); }}) {
-        ffmpeg::redirectLog();
-    }
+          storage({of.loop_, of.files_, settings, trash, lengths, [] { return base::makeUuid(posix::fillRandom); }}) {}
 };
 
 /// What a command over the server needs. It sends no signals and keeps no reports: these are the matter of the program
@@ -124,6 +122,7 @@ Composition::Composition(const CommandLine& line)
       terminal_(std::in_place, loop_),
       console_(*terminal_) {
     posix::keepBigBlocksApart();
+    ffmpeg::redirectLog();
 }
 
 Composition::~Composition() = default;
@@ -214,7 +213,6 @@ ExitCode Composition::trash(const TrashOptions& options) {
 }
 
 ExitCode Composition::recover() {
-    ffmpeg::redirectLog();
     const Settings stored(*this);
     ffmpeg::AacEncoderFactory encoders;
     RecoveryRun recovery(loop_, files_, encoders);
@@ -228,7 +226,6 @@ ExitCode Composition::run() {
         console_.message(base::localized("Tessivox is already running."));
         return ExitCode::done;
     }
-    ffmpeg::redirectLog();
     const auto environment = posix::processEnvironment();
     HeadlessApp app({loop_,
                      files_,
@@ -309,7 +306,6 @@ ExitCode Composition::record(const RecordOptions& options) {
 /// `saved` is the recording that is to be transcribed.
 ExitCode Composition::recordOnly(const RecordOptions& options, Settings& stored,
                                  std::optional<std::filesystem::path>& saved) {
-    ffmpeg::redirectLog();
     auto& settings = stored.settings;
     core::AppState state(loop_);
 
