@@ -188,8 +188,11 @@ TEST_F(ServerTest, SpoilsAnswersAsOrdered) {
 TEST_F(ServerTest, AnswersWhatIsUnderWayWhenItIsToldToEnd) {
     start({"--fault", "usage:slow=0.5"});
     const int socket = connectTo(server->port());
-    const auto request = server->request("GET", "/usage", {});
+    const auto request = server->request("GET", "/usage", {{"Expect", "100-continue"}});
     ASSERT_GT(::send(socket, request.data(), request.size(), 0), 0);
+    std::string permission(25, '\0');  // Now the server is at it.
+    ASSERT_EQ(::recv(socket, permission.data(), permission.size(), MSG_WAITALL), 25);
+    ASSERT_EQ(permission, "HTTP/1.1 100 Continue\r\n\r\n");
     const int idle = connectTo(server->port());
     EXPECT_EQ(server->stop(SIGTERM), 0);
     std::string answer(4096, '\0');
