@@ -27,15 +27,6 @@ bool isUnfinishedOutput(base::Files& files, const std::filesystem::path& path) {
            std::memcmp(start.data() + 4, "ftypM4A ", 8) == 0;
 }
 
-void removeUnused(base::Files& files, const std::filesystem::path& path) {
-    try {
-        const auto lock = files.open(path, base::FileAccess::update);
-        if (lock->tryLock(path)) files.remove(path);
-    } catch (const base::FileError&) {
-        // It has another chance at the next launch.
-    }
-}
-
 constexpr std::string_view kImportPrefix = ".tessivox-import-";
 constexpr std::string_view kImportEnding = ".part";
 
@@ -54,18 +45,18 @@ public:
 
     void run() {
         for (const auto& name : sortedNames(files_, incompleteFolder_)) {
-            if (isSuperfluous(name)) removeUnused(files_, incompleteFolder_ / name);
+            if (isSuperfluous(name)) files_.removeIfUnused(incompleteFolder_ / name);
         }
-        removeUnused(files_, recordingsFolder_ / RecordingFiles::kProbe);
+        files_.removeIfUnused(recordingsFolder_ / RecordingFiles::kProbe);
         for (const auto& name : sortedNames(files_, recordingsFolder_)) {
             if (isImport(name)) {
-                removeUnused(files_, recordingsFolder_ / name);
+                files_.removeIfUnused(recordingsFolder_ / name);
                 continue;
             }
             const auto bases = RecordingFiles::basesOfHidden(name);
             if (bases.empty() || std::ranges::any_of(bases, [this](const auto& base) { return isOpen(base); }))
                 continue;
-            if (isUnfinishedOutput(files_, recordingsFolder_ / name)) removeUnused(files_, recordingsFolder_ / name);
+            if (isUnfinishedOutput(files_, recordingsFolder_ / name)) files_.removeIfUnused(recordingsFolder_ / name);
         }
     }
 
@@ -108,7 +99,7 @@ void sweepHidden(base::Files& files, const RecordingFiles& names) {
     for (const auto track : kTracks) {
         const auto path = names.hidden(track);
         const auto status = files.linkStatus(path);
-        if (status && status->isRegular && isUnfinishedOutput(files, path)) removeUnused(files, path);
+        if (status && status->isRegular && isUnfinishedOutput(files, path)) files.removeIfUnused(path);
     }
 }
 

@@ -63,10 +63,8 @@ bool RecordingClaims::isClaimed(const Path& recording) const {
 void RecordingClaims::sweep() {
     try {
         for (const auto& name : files_.list(folder_)) {
-            const auto text = name.native();
-            if (!text.starts_with(kPrefix) || !text.ends_with(kSuffix)) continue;
-            const auto file = files_.open(folder_ / name, base::FileAccess::update);
-            if (file->tryLock(folder_ / name)) files_.removeIfPossible(folder_ / name);
+            const auto& text = name.native();
+            if (text.starts_with(kPrefix) && text.ends_with(kSuffix)) files_.removeIfUnused(folder_ / name);
         }
     } catch (const base::FileError&) {
         // They are looked for at the next start again.

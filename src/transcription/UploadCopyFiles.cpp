@@ -21,15 +21,6 @@ bool isOurs(const base::Files& files, const std::filesystem::path& path) {
     return status && status->isRegular && status->owner == files.userID();
 }
 
-void removeIfUnused(base::Files& files, const std::filesystem::path& path) {
-    try {
-        const auto lock = files.open(path, base::FileAccess::update);
-        if (lock->tryLock(path)) files.remove(path);
-    } catch (const base::FileError&) {
-        // It has another chance at the next start.
-    }
-}
-
 }  // namespace
 
 std::string uploadCopyName(std::string_view uuid) {
@@ -38,7 +29,7 @@ std::string uploadCopyName(std::string_view uuid) {
 
 void sweepUploadCopies(base::Files& files, const std::filesystem::path& folder) {
     for (const auto& name : audio::sortedNames(files, folder)) {
-        if (isUploadCopyName(name) && isOurs(files, folder / name)) removeIfUnused(files, folder / name);
+        if (isUploadCopyName(name) && isOurs(files, folder / name)) files.removeIfUnused(folder / name);
     }
 }
 

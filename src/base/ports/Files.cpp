@@ -15,6 +15,17 @@ bool Files::removeIfPossible(const Path& path) noexcept {
     }
 }
 
+bool Files::removeIfUnused(const Path& path) noexcept {
+    try {
+        const auto lock = open(path, FileAccess::update);
+        if (!lock->tryLock(path)) return false;
+        remove(path);
+        return true;
+    } catch (const FileError&) {
+        return false;
+    }
+}
+
 std::string Files::readAll(const Path& path, std::size_t limit) {
     const auto file = open(path, FileAccess::read);
     const auto size = file->size();

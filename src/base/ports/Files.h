@@ -110,6 +110,8 @@ public:
 
     /// For clean-up whose failure is no one's concern: true if the file is gone.
     bool removeIfPossible(const Path& path) noexcept;
+    /// The same, unless somebody holds the file's lock: for what a killed program has left.
+    bool removeIfUnused(const Path& path) noexcept;
     /// Whether anything has that name.
     bool exists(const Path& path) const { return status(path).has_value(); }
     /// The whole contents of a file of at most `limit` bytes; a longer one is an error (EFBIG).
