@@ -18,9 +18,10 @@ std::string fromEnvironment(const char* variable) {
     return value ? value : "";
 }
 
-CommandSettings commandSettings(const EngineOptions& options) {
+CommandSettings commandSettings(const EngineOptions& options, const std::filesystem::path& folder) {
     CommandSettings settings;
     settings.arguments = options.command;
+    settings.folder = folder;
     settings.timePerSecond = options.timeFactor;
     return settings;
 }
@@ -43,9 +44,9 @@ ChatSettings chatSettings(const EngineOptions& options) {
 
 }  // namespace
 
-std::unique_ptr<Engine> makeEngine(const EngineOptions& options) {
+std::unique_ptr<Engine> makeEngine(const EngineOptions& options, const std::filesystem::path& folder) {
     if (options.engine == "pocketsphinx") return std::make_unique<PocketsphinxEngine>();
-    if (options.engine == "command") return std::make_unique<CommandEngine>(commandSettings(options));
+    if (options.engine == "command") return std::make_unique<CommandEngine>(commandSettings(options, folder));
     if (options.engine == "openai") return std::make_unique<OpenAIEngine>(openAISettings(options));
     if (options.engine == "fake") return std::make_unique<FakeEngine>(options.fake);
     throw base::Error("backend", 1,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 
 #include "backend/Engine.h"
@@ -8,8 +9,9 @@
 
 namespace tessivox::backend {
 
-/// The engine that the options name. Throws base::Error with a sentence if it cannot be had. Worker process.
-std::unique_ptr<Engine> makeEngine(const EngineOptions& options);
+/// The engine that the options name; what it keeps for a while stands in `folder`, which is the user's alone. Throws
+/// base::Error with a sentence if it cannot be had. Worker process.
+std::unique_ptr<Engine> makeEngine(const EngineOptions& options, const std::filesystem::path& folder);
 
 /// Who summarises: the chat endpoint if there is one, else the extract. Any process.
 std::unique_ptr<Summarizer> makeSummarizer(const EngineOptions& options);

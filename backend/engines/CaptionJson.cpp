@@ -70,7 +70,7 @@ const Json* entriesOf(const Json& document) {
 
 bool readCaptionJson(std::string_view json, Captions& captions) {
     // Programs that cut words into tokens also cut characters.
-    const auto document = parsed(base::isUTF8(json) ? std::string(json) : repairedUtf8(json));
+    const auto document = parsed(base::repairedUTF8(json));
     if (!document && json.starts_with('[')) return false;
     if (!document)
         throw EngineError("The speech program returned damaged JSON. Try its output as text or SRT instead.");

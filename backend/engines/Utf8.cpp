@@ -64,17 +64,6 @@ void appendCharacter(std::string& text, char32_t code) {
     put(0x80U | (code & 0x3FU));
 }
 
-std::string repairedUtf8(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        const auto [code, size] = firstCharacter(text);
-        appendCharacter(result, code);
-        text.remove_prefix(size);
-    }
-    return result;
-}
-
 std::string lowered(std::string_view text) {
     std::string result(text);
     for (auto& c : result) {

@@ -16,9 +16,6 @@ Character firstCharacter(std::string_view text);
 
 void appendCharacter(std::string& text, char32_t code);
 
-/// The same text with U+FFFD for each byte that is no UTF-8.
-std::string repairedUtf8(std::string_view text);
-
 /// With the letters A to Z in lower case.
 std::string lowered(std::string_view text);
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <span>
+#include <system_error>
 
 #include "backend/http/HttpError.h"
 #include "backend/jobs/Upload.h"
@@ -89,7 +91,10 @@ void JobStore::sweep() {
 void JobStore::sweepFolder(const char* name, const std::function<bool(const Job&)>& isNeeded) {
     for (const auto& entry : files_.list(folder_ / name)) {
         const auto job = find(entry.string());
-        if (!job || !isNeeded(*job)) files_.removeIfPossible(folder_ / name / entry);
+        if (job && isNeeded(*job)) continue;
+        if (files_.removeIfPossible(folder_ / name / entry)) continue;
+        std::error_code stays;  // a folder of a speech program that was cut off may lie here too
+        std::filesystem::remove_all(folder_ / name / entry, stays);
     }
 }
 

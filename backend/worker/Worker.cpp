@@ -8,6 +8,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -97,7 +98,7 @@ std::unique_ptr<DecodedSound> decoded(const Order& order) {
 }
 
 JobResult work(const Order& order) {
-    const auto engine = makeEngine(order.engine);
+    const auto engine = makeEngine(order.engine, std::filesystem::path(order.samples).parent_path());
     const auto file = decoded(order);
     const auto sound = file ? file->sound() : Sound();
     sufferFaults(order);
