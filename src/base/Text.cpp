@@ -153,4 +153,21 @@ std::string percentEncoded(std::string_view bytes) {
     return text;
 }
 
+std::optional<std::string> percentDecoded(std::string_view text) {
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '%') {
+            bytes += text[at];
+            continue;
+        }
+        const auto digits = text.substr(at + 1, 2);
+        unsigned value = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+        if (error != std::errc() || digits.size() != 2 || end != digits.data() + 2) return std::nullopt;
+        bytes += static_cast<char>(value);
+        at += 2;
+    }
+    return bytes;
+}
+
 }  // namespace tessivox::base

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,5 +31,8 @@ std::string repairedUTF8(std::string_view bytes);
 /// Every byte as %XX except letters, digits, "-", ".", "_", "~" (RFC 3986, 2.3) and "/", so that any file's path
 /// becomes plain text.
 std::string percentEncoded(std::string_view bytes);
+
+/// The bytes that such a text stands for; absent if a "%" is not followed by two hexadecimal digits.
+std::optional<std::string> percentDecoded(std::string_view text);
 
 }  // namespace tessivox::base

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "base/Json.h"
+
 namespace tessivox::core {
 namespace {
 
@@ -30,14 +32,9 @@ std::optional<base::PreferenceValue> listValue(const json& member) {
 
 std::optional<PreferencesDocument> PreferencesDocument::parsed(std::string_view text) {
     if (text.size() > kMaxSize) return std::nullopt;
-    bool isTooDeep = false;
-    const auto withinDepth = [&isTooDeep](int depth, json::parse_event_t, json&) {
-        isTooDeep = isTooDeep || depth > kMaxDepth;
-        return !isTooDeep;
-    };
     PreferencesDocument document;
-    document.object_ = json::parse(text, withinDepth, /*allow_exceptions=*/false);
-    if (isTooDeep || !document.object_.is_object()) return std::nullopt;
+    document.object_ = base::parsedJson(text, kMaxDepth);
+    if (!document.object_.is_object()) return std::nullopt;
     return document;
 }
 

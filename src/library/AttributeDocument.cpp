@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "base/Json.h"
 #include "base/Text.h"
 
 namespace tessivox::library {
@@ -12,16 +13,6 @@ using nlohmann::json;
 
 /// An object of objects of objects is all there is; writing is recursive, so a text that only nests must not be let in.
 constexpr int kMaxDepth = 8;
-
-json parse(std::string_view text) {
-    bool isTooDeep = false;
-    const auto withinDepth = [&isTooDeep](int depth, json::parse_event_t, json&) {
-        isTooDeep = isTooDeep || depth > kMaxDepth;
-        return !isTooDeep;
-    };
-    auto value = json::parse(text, withinDepth, /*allow_exceptions=*/false);
-    return isTooDeep ? json() : value;
-}
 
 const json* member(const json& object, const char* name) {
     if (!object.is_object()) return nullptr;
@@ -33,7 +24,7 @@ const json* member(const json& object, const char* name) {
 
 AttributeDocument::Reading AttributeDocument::parsed(std::string_view text) {
     Reading reading;
-    const auto value = text.size() > kMaxSize ? json() : parse(text);
+    const auto value = text.size() > kMaxSize ? json() : base::parsedJson(text, kMaxDepth);
     const auto* files = member(value, "files");
     if (!files || !files->is_object()) {
         reading.isSound = false;

@@ -1,10 +1,10 @@
 #include "transcription/PendingDocument.h"
 
-#include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "base/Json.h"
 #include "base/Text.h"
 
 namespace tessivox::transcription {
@@ -19,33 +19,6 @@ constexpr double kFurthest = 7.9e9;
 /// An array of objects of plain values is all there is; what only nests must not be let in.
 constexpr int kMaxDepth = 4;
 
-json parse(std::string_view text) {
-    bool isTooDeep = false;
-    const auto withinDepth = [&isTooDeep](int depth, json::parse_event_t, json&) {
-        isTooDeep = isTooDeep || depth > kMaxDepth;
-        return !isTooDeep;
-    };
-    auto value = json::parse(text, withinDepth, /*allow_exceptions=*/false);
-    return isTooDeep ? json() : value;
-}
-
-std::optional<std::string> percentDecoded(std::string_view text) {
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '%') {
-            bytes += text[at];
-            continue;
-        }
-        const auto digits = text.substr(at + 1, 2);
-        unsigned value = 0;
-        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
-        if (error != std::errc() || digits.size() != 2 || end != digits.data() + 2) return std::nullopt;
-        bytes += static_cast<char>(value);
-        at += 2;
-    }
-    return bytes;
-}
-
 const json* member(const json& object, const char* name) {
     const auto found = object.find(name);
     return found == object.end() ? nullptr : &*found;
@@ -59,7 +32,7 @@ std::optional<std::string> text(const json& object, const char* name) {
 std::optional<std::filesystem::path> audioPath(const json& object) {
     auto path = text(object, "audioPath");
     const auto* mark = member(object, kEncodedMark);
-    if (path && mark && *mark == json(true)) path = percentDecoded(*path);
+    if (path && mark && *mark == json(true)) path = base::percentDecoded(*path);
     if (!path || path->empty() || path->find('\0') != std::string::npos) return std::nullopt;
     return std::filesystem::path(*path);
 }
@@ -84,7 +57,7 @@ std::optional<PendingTask> task(const json& object) {
 }  // namespace
 
 std::optional<PendingTasks> PendingDocument::parsed(std::string_view text) {
-    const auto array = text.size() > kMaxSize ? json() : parse(text);
+    const auto array = text.size() > kMaxSize ? json() : base::parsedJson(text, kMaxDepth);
     if (!array.is_array()) return std::nullopt;
     PendingTasks tasks;
     for (const auto& object : array) {

@@ -5,6 +5,8 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "base/Json.h"
+
 namespace tessivox::transcription {
 namespace {
 
@@ -83,21 +85,10 @@ private:
     }
 };
 
-/// A discarded value, which is no object, if the text cannot be read.
-json parsed(std::string_view text) {
-    bool isTooDeep = false;
-    const auto withinDepth = [&isTooDeep](int depth, json::parse_event_t, json&) {
-        isTooDeep = isTooDeep || depth > kMaxDepth;
-        return !isTooDeep;
-    };
-    auto value = json::parse(text, withinDepth, /*allow_exceptions=*/false);
-    return isTooDeep ? json(json::value_t::discarded) : value;
-}
-
 /// Reads a record whose members `describe` names.
 template <typename T, typename Describe>
 std::optional<T> read(std::string_view text, Describe describe) {
-    const auto value = parsed(text);
+    const auto value = base::parsedJson(text, kMaxDepth);
     Record record(value);
     T target;
     describe(record, target);
