@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -28,6 +29,11 @@ std::optional<base::PreferenceValue> listValue(const json& member) {
     return member.get<std::vector<std::string>>();
 }
 
+std::optional<base::PreferenceValue> dictionaryValue(const json& member) {
+    if (!std::ranges::all_of(member, [](const json& element) { return element.is_string(); })) return std::nullopt;
+    return member.get<std::map<std::string, std::string>>();
+}
+
 }  // namespace
 
 std::optional<PreferencesDocument> PreferencesDocument::parsed(std::string_view text) {
@@ -46,6 +52,7 @@ std::optional<base::PreferenceValue> PreferencesDocument::value(std::string_view
     if (member->is_number_float()) return member->get<double>();
     if (member->is_string()) return member->get<std::string>();
     if (member->is_array()) return listValue(*member);
+    if (member->is_object()) return dictionaryValue(*member);
     return std::nullopt;
 }
 

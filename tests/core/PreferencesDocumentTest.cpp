@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ using Strings = std::vector<std::string>;
 TEST(PreferencesDocumentTest, ReadsEveryTypeAndTakesOthersAsAbsent) {
     const auto document = PreferencesDocument::parsed(
         R"({"yes": true, "seven": 7, "half": 0.5, "text": "hé", "list": ["a", "b"], "none": [],
-            "null": null, "object": {"a": 1}, "mixed": ["a", 1], "huge": 9223372036854775808})");
+            "map": {"a": "b"}, "null": null, "object": {"a": 1}, "mixed": ["a", 1], "huge": 9223372036854775808})");
     ASSERT_TRUE(document);
     EXPECT_EQ(document->value("yes"), PreferenceValue(true));
     EXPECT_EQ(document->value("seven"), PreferenceValue(std::int64_t{7}));
@@ -22,6 +23,7 @@ TEST(PreferencesDocumentTest, ReadsEveryTypeAndTakesOthersAsAbsent) {
     EXPECT_EQ(document->value("text"), PreferenceValue(std::string("hé")));
     EXPECT_EQ(document->value("list"), PreferenceValue(Strings{"a", "b"}));
     EXPECT_EQ(document->value("none"), PreferenceValue(Strings{}));
+    EXPECT_EQ(document->value("map"), PreferenceValue(std::map<std::string, std::string>{{"a", "b"}}));
     for (const auto* other : {"null", "object", "mixed", "huge", "missing"}) EXPECT_FALSE(document->value(other));
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,7 +14,8 @@
 namespace tessivox::base {
 
 /// The types a stored preference can have.
-using PreferenceValue = std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>>;
+using PreferenceValue =
+    std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>, std::map<std::string, std::string>>;
 
 /// A per-user store of typed values under text keys. Main thread.
 class Preferences {
