@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,67 +12,83 @@
 
 namespace tessivox::testing {
 
-/// Applications at a microphone, as a test wants them. Tells of each change at once.
+/// Applications at a microphone, as a test wants them. Tells of each change at once, unless the sound server is lost:
+/// then what was told last holds.
 class FakeInputUse final : public detection::InputUseMonitor {
 public:
     /// The application begins to take sound; the pid of its process is given back.
     std::int32_t open(const std::string& bundleID) { return open(nextPid_++, bundleID); }
     std::int32_t open(std::int32_t pid, const std::string& bundleID) {
-        change([&] { processes_.push_back({pid, bundleID}); });
+        now_.processes.push_back({pid, bundleID});
+        update();
         return pid;
     }
     /// All processes of that application stop.
     void close(const std::string& bundleID) {
-        change([&] { std::erase_if(processes_, [&](const auto& process) { return process.bundleID == bundleID; }); });
+        std::erase_if(now_.processes, [&](const auto& process) { return process.bundleID == bundleID; });
+        update();
     }
-    void closeAll() { setProcesses({}); }
     void setProcesses(std::vector<detection::InputProcess> processes) {
-        change([&] { processes_ = std::move(processes); });
-    }
-    /// The processes become others, and nobody is told.
-    void slip(std::vector<detection::InputProcess> processes) { processes_ = std::move(processes); }
-    /// Tells as if something had changed.
-    void tell() const { changed_.emit(); }
-
-    /// Another default input, 0 or none.
-    void setDefault(std::optional<detection::DeviceID> device) {
-        if (std::exchange(default_, device) != device) defaultChanged_.emit();
+        now_.processes = std::move(processes);
+        update();
     }
     /// Whether the device runs, whoever takes sound from it; absent again: it runs while anybody does.
     void setRunning(std::optional<bool> isRunning) {
-        isRunning_ = isRunning;
-        tell();
+        now_.isRunning = isRunning;
+        update();
     }
-    /// The sound server answers no question and tells of nothing.
-    void setLost(bool isLost) { isLost_ = isLost; }
+    /// Another default input, 0 or none.
+    void setDefault(std::optional<detection::DeviceID> device) {
+        default_ = device;
+        update();
+    }
+    /// The processes become others, and nobody is told.
+    void slip(std::vector<detection::InputProcess> processes) {
+        now_.processes = std::move(processes);
+        told_ = now_;
+    }
+    /// Tells as if something had changed.
+    void tell() const { changed_.emit(); }
+
+    void loseServer() { isLost_ = true; }
+    void regainServer() {
+        isLost_ = false;
+        update();
+    }
     /// No device can be watched from now on.
     void refuseWatching() { isWatchable_ = false; }
     int watchers() const { return watchers_; }
 
     // InputUseMonitor
-    std::optional<detection::DeviceID> defaultInputDevice() const override { return default_; }
+    std::optional<detection::DeviceID> defaultInputDevice() const override { return toldDefault_; }
     std::optional<bool> isRunningSomewhere(detection::DeviceID device) const override {
-        if (isLost_ || device != default_) return std::nullopt;
-        return isRunning_.value_or(!processes_.empty());
+        if (device != toldDefault_) return std::nullopt;
+        return told_.isRunning.value_or(!told_.processes.empty());
     }
-    std::vector<detection::InputProcess> inputProcesses() const override { return processes_; }
+    std::vector<detection::InputProcess> inputProcesses() const override { return told_.processes; }
     Watch watch(detection::DeviceID, std::function<void()> handler) override {
         if (!isWatchable_) return {};
         ++watchers_;
-        return {true, base::Subscription(
-                          [this, told = std::make_shared<base::Subscription>(changed_.observe(std::move(handler)))] {
-                              told->reset();
-                              --watchers_;
-                          })};
+        const auto told = std::make_shared<base::Subscription>(changed_.observe(std::move(handler)));
+        return {true, base::Subscription([this, told] {
+                    told->reset();
+                    --watchers_;
+                })};
     }
     base::Subscription onDefaultInputChange(std::function<void()> handler) override {
         return defaultChanged_.observe(std::move(handler));
     }
 
 private:
-    std::vector<detection::InputProcess> processes_;
+    struct Use {
+        std::vector<detection::InputProcess> processes;
+        std::optional<bool> isRunning;
+        bool operator==(const Use&) const = default;
+    };
+    Use now_;
+    Use told_;
     std::optional<detection::DeviceID> default_ = 1;
-    std::optional<bool> isRunning_;
+    std::optional<detection::DeviceID> toldDefault_ = default_;
     bool isLost_ = false;
     bool isWatchable_ = true;
     std::int32_t nextPid_ = 1000;
@@ -81,11 +96,11 @@ private:
     base::Signal<> changed_;
     base::Signal<> defaultChanged_;
 
-    template <typename Change>
-    void change(Change apply) {
-        const auto before = processes_;
-        apply();
-        if (processes_ != before && !isLost_) changed_.emit();
+    void update() {
+        if (isLost_) return;
+        const bool isOther = std::exchange(told_, now_) != now_;
+        if (std::exchange(toldDefault_, default_) != default_) defaultChanged_.emit();
+        if (isOther) changed_.emit();
     }
 };
 
