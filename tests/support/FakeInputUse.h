@@ -62,7 +62,7 @@ public:
     // InputUseMonitor
     std::optional<detection::DeviceID> defaultInputDevice() const override { return toldDefault_; }
     std::optional<bool> isRunningSomewhere(detection::DeviceID device) const override {
-        if (device != toldDefault_) return std::nullopt;
+        if (device == 0 || device != toldDefault_) return std::nullopt;
         return told_.isRunning.value_or(!told_.processes.empty());
     }
     std::vector<detection::InputProcess> inputProcesses() const override { return told_.processes; }
