@@ -11,19 +11,6 @@
 namespace tessivox::base {
 namespace {
 
-/// Without case, accents and what cannot be seen.
-std::string folded(std::string_view text) {
-    utf8proc_uint8_t* mapped = nullptr;
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    const auto length =
-        utf8proc_map(bytes, static_cast<utf8proc_ssize_t>(text.size()), &mapped,
-                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD |
-                                                    UTF8PROC_STRIPMARK | UTF8PROC_IGNORE));
-    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(mapped, &std::free);
-    if (length < 0) return std::string(text);
-    return {reinterpret_cast<const char*>(mapped), static_cast<std::size_t>(length)};
-}
-
 bool isDigit(char letter) { return letter >= '0' && letter <= '9'; }
 
 /// The text's first run of digits without leading zeros, or its first byte. Takes it off.
@@ -49,8 +36,20 @@ int comparedByPieces(std::string_view left, std::string_view right) {
 
 }  // namespace
 
+std::string foldedName(std::string_view name) {
+    utf8proc_uint8_t* mapped = nullptr;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(name.data());
+    const auto length =
+        utf8proc_map(bytes, static_cast<utf8proc_ssize_t>(name.size()), &mapped,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD |
+                                                    UTF8PROC_STRIPMARK | UTF8PROC_IGNORE));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(mapped, &std::free);
+    if (length < 0) return std::string(name);
+    return {reinterpret_cast<const char*>(mapped), static_cast<std::size_t>(length)};
+}
+
 bool isNameBefore(std::string_view left, std::string_view right) {
-    const int order = comparedByPieces(folded(left), folded(right));
+    const int order = comparedByPieces(foldedName(left), foldedName(right));
     return order != 0 ? order < 0 : left < right;
 }
 
