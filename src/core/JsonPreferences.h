@@ -38,6 +38,8 @@ public:
     std::optional<base::PreferenceValue> value(std::string_view key) const override;
     void set(std::string_view key, std::optional<base::PreferenceValue> value) override;
     base::Subscription onChange(std::function<void()> handler) override;
+    /// Whether everything that was set is on the disk.
+    bool isSaved() const { return unsaved_.empty(); }
 
 private:
     struct Damaged {};
