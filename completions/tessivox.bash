@@ -12,6 +12,8 @@ _tessivox() {
     done
 
     local IFS=$' \t\n' words='' files='' network='--server --ca-file'
+    local keys='recordingsDirectory selectedMicrophoneID recordMicrophone recordSystemAudio audioQuality saveSeparateTracks showRecordingPrompt autoStartRecording
+        autoStopRecording autoTranscribe autoSummarize serverURL launchAtLogin showInDock analyticsEnabled'
     case $command:$previous in
         record:--for) words='30s 5m 1h' ;;
         record:--output) files=1 ;;
@@ -32,7 +34,16 @@ _tessivox() {
         recover:*) words='--verbose --help' ;;
         run:*) words="--headless $network --verbose --help" ;;
         devices:*) words='--json --verbose --help' ;;
-        :*) words="record import transcribe summarize list show rename trash recover run usage devices --version $network --verbose --help" ;;
+        get:*) words="$keys --verbose --help" ;;
+        set:audioQuality) words='low medium high' ;;
+        set:selectedMicrophoneID) words='default' ;;
+        set:recordingsDirectory) files=1 ;;
+        set:serverURL) words='https:// http://127.0.0.1:' ;;
+        set:set) words="$keys --verbose --help" ;;
+        set:*) words='on off --verbose --help' ;;
+        exclude:exclude) words='list add remove --verbose --help' ;;
+        exclude:*) words='--json --verbose --help' files=1 ;;
+        :*) words="record import transcribe summarize list show rename trash recover run get set exclude usage devices --version $network --verbose --help" ;;
     esac
 
     COMPREPLY=()

@@ -12,6 +12,9 @@ complete -c tessivox -n __fish_use_subcommand -a rename -d 'give a recording ano
 complete -c tessivox -n __fish_use_subcommand -a trash -d 'move a recording to the trash'
 complete -c tessivox -n __fish_use_subcommand -a recover -d 'finish recordings that were interrupted'
 complete -c tessivox -n __fish_use_subcommand -a run -d 'stay ready in the background'
+complete -c tessivox -n __fish_use_subcommand -a get -d 'print the settings'
+complete -c tessivox -n __fish_use_subcommand -a set -d 'change a setting'
+complete -c tessivox -n __fish_use_subcommand -a exclude -d 'the applications that are never taken for a call'
 complete -c tessivox -n __fish_use_subcommand -a usage -d 'tell how many transcriptions the server has left'
 complete -c tessivox -n __fish_use_subcommand -a devices -d 'list the microphones'
 complete -c tessivox -n __fish_use_subcommand -l version -d 'print the version'
@@ -34,5 +37,12 @@ complete -c tessivox -n '__fish_seen_subcommand_from list' -l json -d 'print one
 complete -c tessivox -n '__fish_seen_subcommand_from show' -l summary -d 'the summary instead of the transcript'
 complete -c tessivox -n '__fish_seen_subcommand_from show' -l format -x -a 'text md srt vtt json' -d 'how it is printed'
 complete -c tessivox -n '__fish_seen_subcommand_from import transcribe summarize show rename trash' -F
+set -l keys recordingsDirectory selectedMicrophoneID recordMicrophone recordSystemAudio audioQuality saveSeparateTracks showRecordingPrompt \
+    autoStartRecording autoStopRecording autoTranscribe autoSummarize serverURL launchAtLogin showInDock analyticsEnabled
+complete -c tessivox -n '__fish_seen_subcommand_from get' -a "$keys"
+complete -c tessivox -n '__fish_seen_subcommand_from set' -a "$keys on off" -F
+complete -c tessivox -n '__fish_seen_subcommand_from exclude; and not __fish_seen_subcommand_from list add remove' -a 'list add remove'
+complete -c tessivox -n '__fish_seen_subcommand_from exclude' -l json -d 'print one JSON array'
+complete -c tessivox -n '__fish_seen_subcommand_from exclude; and __fish_seen_subcommand_from add remove' -F
 complete -c tessivox -n '__fish_seen_subcommand_from run' -l headless -d 'without windows and status icon'
 complete -c tessivox -n '__fish_seen_subcommand_from devices' -l json -d 'print one JSON object'

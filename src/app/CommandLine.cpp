@@ -124,6 +124,28 @@ Syntax<ShowOptions> showSyntax() {
             {{"FILE", [](auto& options, auto& value) { options.file = value; }}}};
 }
 
+Syntax<GetOptions> getSyntax() {
+    return {"get",
+            {},
+            {{.name = "KEY", .take = [](auto& options, auto& value) { options.key = value; }, .isOptional = true}}};
+}
+
+Syntax<SetOptions> setSyntax() {
+    return {"set",
+            {},
+            {{"KEY", [](auto& options, auto& value) { options.key = value; }},
+             {.name = "VALUE", .take = [](auto& options, auto& value) { options.value = value; }, .mayBeEmpty = true}}};
+}
+
+/// What `tessivox exclude` understands behind its action.
+Syntax<ExcludeOptions> excludeSyntax(ExcludeAction action) {
+    if (action == ExcludeAction::list)
+        return {"exclude list", {{"--json", "", [](auto& options, auto&) { return options.asJSON = true; }}}, {}};
+    return {action == ExcludeAction::add ? "exclude add" : "exclude remove",
+            {},
+            {{"APP", [](auto& options, auto& value) { options.apps.push_back(value); }, true}}};
+}
+
 Syntax<RecoverOptions> recoverSyntax() { return {"recover", {}, {}}; }
 
 Command parseRecord(Arguments rest) {
@@ -150,6 +172,18 @@ Command parseShow(Arguments rest) {
     return command;
 }
 
+Command parseExclude(Arguments rest) {
+    constexpr std::pair<std::string_view, ExcludeAction> kActions[] = {
+        {"list", ExcludeAction::list}, {"add", ExcludeAction::add}, {"remove", ExcludeAction::remove}};
+    const auto* known = rest.empty() ? std::end(kActions)
+                                     : std::ranges::find(kActions, rest.front(), [](auto& each) { return each.first; });
+    if (known == std::end(kActions))
+        return usageError("Say what to do: tessivox exclude list, add or remove; see --help.", {});
+    auto command = parseWith(excludeSyntax(known->second), rest.subspan(1));
+    if (auto* options = std::get_if<ExcludeOptions>(&command)) options->action = known->second;
+    return command;
+}
+
 struct KnownCommand {
     std::string_view name;
     std::string_view help;
@@ -167,6 +201,9 @@ constexpr KnownCommand kCommands[] = {
     {"trash", kTrashHelp, [](Arguments rest) { return parseWith(trashSyntax(), rest); }},
     {"recover", kRecoverHelp, [](Arguments rest) { return parseWith(recoverSyntax(), rest); }},
     {"run", kRunHelp, parseRun},
+    {"get", kGetHelp, [](Arguments rest) { return parseWith(getSyntax(), rest); }},
+    {"set", kSetHelp, [](Arguments rest) { return parseWith(setSyntax(), rest); }},
+    {"exclude", kExcludeHelp, parseExclude},
     {"usage", kUsageHelp, [](Arguments rest) { return parseWith(usageSyntax(), rest); }},
     {"devices", kDevicesHelp, [](Arguments rest) { return parseWith(devicesSyntax(), rest); }},
 };

@@ -86,6 +86,26 @@ struct TrashOptions {
     std::filesystem::path file;
 };
 
+/// `tessivox get`: one setting, or all.
+struct GetOptions {
+    std::optional<std::string> key;
+};
+
+/// `tessivox set`.
+struct SetOptions {
+    std::string key;
+    std::string value;  ///< may be empty
+};
+
+enum class ExcludeAction { list, add, remove };
+
+/// `tessivox exclude`. The applications are as they were given: identifiers, names or desktop files.
+struct ExcludeOptions {
+    ExcludeAction action = ExcludeAction::list;
+    std::vector<std::string> apps;
+    bool asJSON = false;
+};
+
 /// `tessivox recover`.
 struct RecoverOptions {};
 
@@ -101,7 +121,7 @@ struct UsageError {
 
 using Command = std::variant<RecordOptions, ImportOptions, TranscribeOptions, SummarizeOptions, UsageOptions,
                              DevicesOptions, RunOptions, ListOptions, ShowOptions, RenameOptions, TrashOptions,
-                             RecoverOptions, Information, UsageError>;
+                             RecoverOptions, GetOptions, SetOptions, ExcludeOptions, Information, UsageError>;
 
 struct CommandLine {
     Command command;

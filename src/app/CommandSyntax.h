@@ -35,7 +35,9 @@ template <typename Options>
 struct Operand {
     std::string_view name;
     std::function<void(Options&, const std::string& value)> take;
-    bool repeats = false;  ///< may be given more than once; only a command's last one
+    bool repeats = false;     ///< may be given more than once; only a command's last one
+    bool isOptional = false;  ///< may be left out; only a command's last one
+    bool mayBeEmpty = false;
 };
 
 /// What a command understands.
@@ -74,7 +76,7 @@ std::optional<UsageError> parseOption(Arguments& rest, const std::vector<Option<
     return usageError("\"{0}\" is no value for {1}: give {2}.", {value, name, option->expected});
 }
 
-/// Understands the names that a command takes, all of which it needs.
+/// Understands the names that a command takes.
 template <typename Options>
 std::optional<UsageError> parseOperands(const std::vector<std::string>& given, const Syntax<Options>& syntax,
                                         Options& options) {
@@ -83,7 +85,8 @@ std::optional<UsageError> parseOperands(const std::vector<std::string>& given, c
     const auto most = isOpen ? std::max(given.size(), operands.size()) : operands.size();
     for (std::size_t place = 0; place < most; ++place) {
         const auto& operand = operands[std::min(place, operands.size() - 1)];
-        if (place >= given.size() || given[place].empty())
+        if (place >= given.size() && operand.isOptional) break;
+        if (place >= given.size() || (given[place].empty() && !operand.mayBeEmpty))
             return usageError("tessivox {0} needs {1}; see --help.", {syntax.command, operand.name});
         operand.take(options, given[place]);
     }

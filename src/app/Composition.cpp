@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/DevicesCommand.h"
+#include "app/ExcludeCommand.h"
 #include "app/Headless.h"
 #include "app/HeadlessApp.h"
 #include "app/ImportCommand.h"
@@ -12,6 +13,7 @@
 #include "app/NetworkLoop.h"
 #include "app/RecordCommand.h"
 #include "app/RecoverCommand.h"
+#include "app/SettingsCommands.h"
 #include "app/ShowCommand.h"
 #include "app/TranscriptionCommands.h"
 #include "app/TranscriptionKit.h"
@@ -26,6 +28,7 @@
 #include "core/AppState.h"
 #include "core/JsonPreferences.h"
 #include "core/PreferencesOverlay.h"
+#include "detection/AppExclusions.h"
 #include "library/RecordingStorage.h"
 #include "library/Trash.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
@@ -218,6 +221,36 @@ ExitCode Composition::recover() {
     RecoveryRun recovery(loop_, files_, encoders);
     interrupt_ = [&recovery] { recovery.stop(); };
     return runTask(recoverCommand(recovery, audio::incompleteFolder(folders_), stored.folder(), console_));
+}
+
+/// Ends once a change is on the disk: a damaged file is given a moment to become whole before it is set aside.
+base::Task<ExitCode> Composition::onceSaved(const core::JsonPreferences& store, ExitCode code) {
+    const auto moment = core::JsonPreferences::kSecondLook * 2;
+    if (!store.isSaved()) co_await loop_.sleep(moment);
+    co_return store.isSaved() ? code : ExitCode::failed;
+}
+
+ExitCode Composition::get(const GetOptions& options) {
+    Settings stored(*this);
+    return SettingsCommands({stored.settings, stored.stored, files_, console_}).get(options.key);
+}
+
+ExitCode Composition::set(const SetOptions& options) {
+    Settings stored(*this);
+    core::AppSettings lasting(stored.stored, files_, folders_, stored.chooser, stored.loginItem);
+    const auto code = SettingsCommands({lasting, stored.stored, files_, console_}).set(options.key, options.value);
+    return runTask(onceSaved(stored.stored, code));
+}
+
+ExitCode Composition::exclude(const ExcludeOptions& options) {
+    Settings stored(*this);
+    const HeadlessApplications applications;
+    telemetry::NoAnalyticsSink nowhere;
+    telemetry::Analytics analytics(
+        nowhere, stored.stored, [] { return false; }, TESSIVOX_VERSION);
+    detection::AppExclusions exclusions({applications, stored.stored, analytics});
+    const auto code = ExcludeCommand({exclusions, applications, console_}).run(options);
+    return runTask(onceSaved(stored.stored, code));
 }
 
 ExitCode Composition::run() {

@@ -16,6 +16,10 @@
 #include "platform/linux/posix/SignalWatch.h"
 #include "platform/linux/posix/Terminal.h"
 
+namespace tessivox::core {
+class JsonPreferences;
+}
+
 namespace tessivox::app {
 
 class NetworkLoop;
@@ -40,6 +44,9 @@ public:
     ExitCode rename(const RenameOptions& options);
     ExitCode trash(const TrashOptions& options);
     ExitCode recover();
+    ExitCode get(const GetOptions& options);
+    ExitCode set(const SetOptions& options);
+    ExitCode exclude(const ExcludeOptions& options);
     /// The program itself, without windows, until a signal ends it.
     ExitCode run();
 
@@ -71,6 +78,7 @@ private:
     ExitCode withLibrary(core::AppSettings& settings,
                          const std::function<base::Task<ExitCode>(LibraryCommands&)>& command);
     ExitCode recordOnly(const RecordOptions& options, Settings& stored, std::optional<std::filesystem::path>& saved);
+    base::Task<ExitCode> onceSaved(const core::JsonPreferences& store, ExitCode code);
     bool isSomebodyRunning();
 };
 

@@ -18,6 +18,10 @@ Usage:
   tessivox trash FILE           move a recording to the trash
   tessivox recover              finish recordings that were interrupted
   tessivox run --headless       stay ready in the background
+  tessivox get [KEY]            print the settings
+  tessivox set KEY VALUE        change a setting
+  tessivox exclude list|add|remove
+                                the applications that are never taken for a call
   tessivox usage                tell how many transcriptions the server has left
   tessivox devices [--json]     list the microphones
   tessivox --version
@@ -258,6 +262,78 @@ Options:
   --           what follows is a name, even if it begins with a dash
 
 Exit status: 0 in the trash, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kGetHelp =
+    R"(Prints the value of a setting, or all of them as lines of the form KEY=VALUE.
+
+Usage:
+  tessivox get [KEY]
+
+  KEY          one of these:
+                 recordingsDirectory   the recordings folder
+                 selectedMicrophoneID  uid of the microphone, or default
+                 recordMicrophone, recordSystemAudio
+                                       what is recorded: on or off, as all that follow unless another value is named
+                 audioQuality          low, medium or high
+                 saveSeparateTracks    also save each source in a file of its own
+                 showRecordingPrompt   ask whether to record when a call begins
+                 autoStartRecording    record without asking when a call begins
+                 autoStopRecording     stop without asking when it ends
+                 autoTranscribe, autoSummarize
+                                       what is made of a recording by itself
+                 serverURL             the server that transcribes; empty for this computer's own. Whatever may be a
+                                       secret in it is shown as ***
+                 launchAtLogin         start with the session
+                 showInDock            show an icon beside those of other applications
+                 analyticsEnabled      send usage signals, if an address for them is configured
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 printed, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kSetHelp =
+    R"(Changes a setting. A program that runs heeds it at once.
+
+Usage:
+  tessivox set KEY VALUE
+
+  KEY          a setting that `tessivox get --help` lists
+  VALUE        its new value: on or off for a switch; "" puts recordingsDirectory and serverURL back to what they are at
+               first
+
+Options:
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 stored, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kExcludeHelp =
+    R"(Lists and changes the applications that are never taken for a call, whatever they do with the microphone. Some are built
+in, such as recorders and dictation; of these the list has those that are installed. A program that runs heeds a change
+at once.
+
+Usage:
+  tessivox exclude list [--json]
+  tessivox exclude add APP...
+  tessivox exclude remove APP...
+
+  APP          an application: its identifier as the list shows it, its desktop file (a path, or its name), or its name.
+               What is removed makes calls again; a built-in entry is switched off, and on again by add.
+
+Options:
+  --json       print one JSON array; the members of its objects stay as they are, others may be added:
+                 "id", "name"     identifier and name of the application
+                 "desktopFile"    path of its desktop file, or null if it is not installed
+                 "isBuiltIn"      whether the entry is built in
+                 "isExcluded"     false for a built-in entry that is switched off
+  --verbose    tell on standard error what happens inside
+  --           what follows is a name, even if it begins with a dash
+
+Exit status: 0 done, 1 failed, 2 wrong usage.
 )";
 
 inline constexpr std::string_view kRecoverHelp =

@@ -50,6 +50,9 @@ struct Running {
     ExitCode operator()(const app::RenameOptions& options) const { return app::Composition(line).rename(options); }
     ExitCode operator()(const app::TrashOptions& options) const { return app::Composition(line).trash(options); }
     ExitCode operator()(const app::RecoverOptions&) const { return app::Composition(line).recover(); }
+    ExitCode operator()(const app::GetOptions& options) const { return app::Composition(line).get(options); }
+    ExitCode operator()(const app::SetOptions& options) const { return app::Composition(line).set(options); }
+    ExitCode operator()(const app::ExcludeOptions& options) const { return app::Composition(line).exclude(options); }
     ExitCode operator()(const app::Information& information) const {
         write(stdout, information.text);
         return ExitCode::done;

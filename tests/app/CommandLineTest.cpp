@@ -84,6 +84,20 @@ TEST(CommandLineTest, ShowsATranscriptAsPlainTextUnlessToldOtherwise) {
     EXPECT_EQ(parsedAs<ShowOptions>({"show", "a", "--format", "vtt"}).format, ShowFormat::vtt);
 }
 
+TEST(CommandLineTest, TakesSettingsAndApplicationsAsTheyAreGiven) {
+    EXPECT_FALSE(parsedAs<GetOptions>({"get"}).key);
+    EXPECT_EQ(parsedAs<GetOptions>({"get", "audioQuality"}).key, "audioQuality");
+    EXPECT_EQ(parsedAs<SetOptions>({"set", "serverURL", ""}).value, "");
+    const auto setting = parsedAs<SetOptions>({"set", "--", "recordingsDirectory", "--odd"});
+    EXPECT_EQ(setting.key, "recordingsDirectory");
+    EXPECT_EQ(setting.value, "--odd");
+    EXPECT_TRUE(parsedAs<ExcludeOptions>({"exclude", "list", "--json"}).asJSON);
+    const auto adding = parsedAs<ExcludeOptions>({"exclude", "add", "us.zoom", "OBS Studio"});
+    EXPECT_EQ(adding.action, ExcludeAction::add);
+    EXPECT_EQ(adding.apps, (Arguments{"us.zoom", "OBS Studio"}));
+    EXPECT_EQ(parsedAs<ExcludeOptions>({"exclude", "remove", "a"}).action, ExcludeAction::remove);
+}
+
 TEST(CommandLineTest, FindsServerAndCertificatesAnywhere) {
     for (const Arguments& arguments :
          {Arguments{"--server", "https://example.org/api", "--ca-file", "/ca.pem", "transcribe", "a", "--wait"},
@@ -105,7 +119,7 @@ TEST(CommandLineTest, FindsServerAndCertificatesAnywhere) {
 TEST(CommandLineTest, ExplainsEveryCommandThatItsHelpLists) {
     const auto text = parsedAs<Information>({"--help"}).text;
     for (const std::string name : {"record", "import", "transcribe", "summarize", "usage", "list", "show", "rename",
-                                   "trash", "recover", "run", "devices"}) {
+                                   "trash", "recover", "run", "devices", "get", "set", "exclude"}) {
         EXPECT_NE(text.find("tessivox " + name), std::string::npos) << name;
         EXPECT_NE(parsedAs<Information>({name, "--help"}).text.find("Usage:\n  tessivox " + name), std::string::npos);
     }
@@ -149,6 +163,16 @@ TEST(CommandLineTest, NamesWhatItDoesNotUnderstandAndWhatToGive) {
         {{"show", "a", "--format", "doc"}, "text, md, srt, vtt or json"},
         {{"show", "a", "--summary", "--format", "srt"}, "no times"},
         {{"rename", "a.m4a"}, "tessivox rename needs NAME"},
+        {{"get", "a", "b"}, "in quotes"},
+        {{"get", ""}, "tessivox get needs KEY"},
+        {{"set", "audioQuality"}, "tessivox set needs VALUE"},
+        {{"set", "audioQuality", "-1"}, "\"-1\""},
+        {{"exclude"}, "list, add or remove"},
+        {{"exclude", "Zoom"}, "list, add or remove"},
+        {{"exclude", "list", "Zoom"}, "\"Zoom\""},
+        {{"exclude", "add"}, "tessivox exclude add needs APP"},
+        {{"exclude", "add", "--json", "Zoom"}, "\"--json\""},
+        {{"exclude", "remove", ""}, "tessivox exclude remove needs APP"},
     };
     for (const auto& [arguments, expected] : cases) {
         const auto problem = problemOf(arguments);
