@@ -41,7 +41,7 @@ _tessivox() {
         set:serverURL) words='https:// http://127.0.0.1:' ;;
         set:set) words="$keys --verbose --help" ;;
         set:*) words='on off --verbose --help' ;;
-        exclude:exclude) words='list add remove --verbose --help' ;;
+        exclude:exclude) words='list add remove --json --verbose --help' ;;
         exclude:*) words='--json --verbose --help' files=1 ;;
         :*) words="record import transcribe summarize list show rename trash recover run get set exclude usage devices --version $network --verbose --help" ;;
     esac
