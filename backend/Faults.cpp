@@ -64,6 +64,11 @@ std::optional<Faults::Rules> Faults::parse(std::string_view text) {
     return rules;
 }
 
+void Faults::order(Rules rules) {
+    const std::lock_guard lock(mutex_);
+    rules_ = std::move(rules);
+}
+
 std::optional<Fault> Faults::next(std::string_view endpoint) {
     const std::lock_guard lock(mutex_);
     const auto rule = std::find_if(rules_.begin(), rules_.end(), [&](const Rule& r) { return r.endpoint == endpoint; });

@@ -38,6 +38,9 @@ public:
 
     explicit Faults(Rules rules) : rules_(std::move(rules)) {}
 
+    /// Forgets what was ordered before.
+    void order(Rules rules);
+
     /// What happens to the next answer of an endpoint.
     std::optional<Fault> next(std::string_view endpoint);
 

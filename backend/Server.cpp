@@ -123,8 +123,9 @@ private:
     std::unique_ptr<Summarizer> summarizer_ = makeSummarizer(options_.engine);
     Faults faults_{options_.faults};
     JobRunner runner_{loop_, jobs_, options_.engine, options_.limits};
-    Api api_{listening_.identity,
-             {jobs_, devices_, messages_, *summarizer_, faults_, [this] { loop_.post([this] { runner_.wake(); }); }}};
+    Api api_{listening_.identity, {jobs_, devices_, messages_, *summarizer_, faults_, options_.isTesting, [this] {
+                                       loop_.post([this] { runner_.wake(); });
+                                   }}};
     bool hasOwner_ = true;
     base::Subscription ownerGone_;
     std::optional<Farewell> farewell_;

@@ -85,7 +85,8 @@ const std::vector<Api::Endpoint>& Api::endpoints() {
                                            {"feedback", "POST", "feedback", &Api::keep},
                                            {"message", "POST", "message", &Api::keep},
                                            {"register", "POST", "user/register", &Api::keep},
-                                           {"consent", "POST", "user/consent", &Api::keep}};
+                                           {"consent", "POST", "user/consent", &Api::keep},
+                                           {"", "POST", "testing/faults", &Api::orderFaults}};
     return all;
 }
 
@@ -219,6 +220,16 @@ HttpAnswer Api::summarize(const HttpRequest& request, std::string_view) {
 HttpAnswer Api::keep(const HttpRequest& request, std::string_view kind) {
     const auto document = readJson(request, kLargestMessage);
     parts_.messages.append(dumped({{"kind", kind}, {"time", parts_.jobs.now()}, {"content", document}}));
+    return {};
+}
+
+/// {"faults": what the option --fault takes}; an empty text ends them.
+HttpAnswer Api::orderFaults(const HttpRequest& request, std::string_view) {
+    if (!parts_.takesFaults) notFound();
+    const auto text = textIn(readJson(request, kLargestMessage), "faults");
+    const auto rules = text && !text->empty() ? Faults::parse(*text) : Faults::Rules();
+    if (!text || !rules) badRequest("These are no faults.");
+    parts_.faults.order(*rules);
     return {};
 }
 

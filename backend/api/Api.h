@@ -30,6 +30,7 @@ struct ApiParts {
     MessageLog& messages;
     Summarizer& summarizer;
     Faults& faults;
+    bool takesFaults;  ///< whether clients, which are tests then, may order them
     std::function<void()> jobArrived;
 };
 
@@ -67,6 +68,7 @@ private:
     HttpAnswer status(const HttpRequest& request, std::string_view id);
     HttpAnswer summarize(const HttpRequest& request, std::string_view);
     HttpAnswer keep(const HttpRequest& request, std::string_view kind);
+    HttpAnswer orderFaults(const HttpRequest& request, std::string_view);
     nlohmann::json usageRecord() const;
 };
 

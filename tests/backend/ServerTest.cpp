@@ -185,6 +185,23 @@ TEST_F(ServerTest, SpoilsAnswersAsOrdered) {
     EXPECT_EQ(server->get("/transcribe/status/" + id).status, 200);
 }
 
+TEST_F(ServerTest, TakesOrdersForFaultsOnlyInTests) {
+    const auto order = [](const BackendProcess& from, const std::string& faults) {
+        return from.post("/testing/faults", "application/json", json{{"faults", faults}}.dump()).status;
+    };
+    start({"--fault", "usage:402"});
+    EXPECT_EQ(order(*server, "usage:503*1,submit:500"), 200);
+    EXPECT_EQ(order(*server, "usage:200"), 400);
+    EXPECT_EQ(server->get("/usage").status, 503);
+    EXPECT_EQ(server->get("/usage").status, 200);
+    EXPECT_EQ(order(*server, ""), 200);
+    EXPECT_EQ(server->upload("sound").status, 200);
+    BackendProcess users(TESSIVOX_BACKEND, {"--state", home / "users"}, home / "errors");
+    ASSERT_TRUE(users.waitForUrl()) << errors();
+    EXPECT_EQ(order(users, "usage:503"), 404);
+    EXPECT_EQ(users.get("/usage").status, 200);
+}
+
 TEST_F(ServerTest, AnswersWhatIsUnderWayWhenItIsToldToEnd) {
     start({"--fault", "usage:slow=0.5"});
     const int socket = connectTo(server->port());
