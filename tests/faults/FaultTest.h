@@ -86,6 +86,11 @@ struct Patience {
         patience.timeouts.taskStatus = time;
         return patience;
     }
+    static Patience forOutages(base::Duration time) {
+        Patience patience;
+        patience.timings.pollOutageLimit = time;
+        return patience;
+    }
     static Patience forTask(base::Duration time) {
         Patience patience;
         patience.timings.pollDeadline = time;
@@ -164,14 +169,23 @@ protected:
     std::function<void()> whenProcessing;  ///< called once
 
     FaultTest() {
-        for (const auto* folder : {"Recordings", "data", "copies"}) files.makeFolders(home / folder);
-        const auto sound = testing::silentMovie(60);
-        files.create(url)->append(std::as_bytes(std::span(sound)));
+        makeRecording();
         base::setLogSink([this](std::string_view line) { lines.emplace_back(line); });
     }
     ~FaultTest() override {
         base::setLogSink({});
         std::filesystem::remove_all(home);
+    }
+
+    /// On a machine where nothing has been transcribed yet.
+    void makeRecording() {
+        std::filesystem::remove(home / "token.json");
+        for (const auto* folder : {"Recordings", "data", "copies"}) {
+            std::filesystem::remove_all(home / folder);
+            files.makeFolders(home / folder);
+        }
+        const auto sound = testing::silentMovie(60);
+        files.create(url)->append(std::as_bytes(std::span(sound)));
     }
 
     /// Transcribes as the user asks for it, or goes on with the saved task as a start of the program does.
