@@ -1,6 +1,7 @@
 #include "platform/linux/qt/QtHttpClient.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -127,6 +128,28 @@ TEST_F(QtHttpClientTest, TakesNoMoreThanItsLimit) {
     server.willAnswer(StubServer::status(200, "", most));
     EXPECT_EQ(ask(request()).body.size(), most.size());
     EXPECT_EQ(failureOf(request(), StubServer::status(200, "", most + "x")), static_cast<int>(HttpErrorCode::tooLarge));
+}
+
+TEST_F(QtHttpClientTest, GoesThroughTheSystemsProxyButNeverToThisMachine) {
+    StubServer proxy;
+    for (const auto* name : {"http_proxy", "https_proxy"}) ::setenv(name, proxy.url().c_str(), 1);
+    ::unsetenv("no_proxy");
+    auto elsewhere = request();
+    elsewhere.url = "http://tessivox.invalid/path";
+    proxy.willAnswer(StubServer::status(200, "", "by proxy"));
+    EXPECT_EQ(ask(elsewhere).body, "by proxy");
+    elsewhere.url = "https://tessivox.invalid/path";
+    elsewhere.headers = {{"Authorization", "Bearer TOKEN"}};
+    proxy.willAnswer(StubServer::status(403));
+    EXPECT_NE(failureOf(elsewhere), 0);
+    ask(request());
+    for (const auto* name : {"http_proxy", "https_proxy"}) ::unsetenv(name);
+    EXPECT_EQ(server.requests().size(), 1U);
+    const auto requests = proxy.requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_TRUE(requests[0].starts_with("GET http://tessivox.invalid/path HTTP/1.1\r\n")) << requests[0];
+    EXPECT_TRUE(requests[1].starts_with("CONNECT tessivox.invalid:443 HTTP/1.1\r\n")) << requests[1];
+    EXPECT_EQ(requests[1].find("TOKEN"), std::string::npos) << "which only the server may see";
 }
 
 TEST_F(QtHttpClientTest, HangsUpWhenTheTaskIsDestroyed) {
