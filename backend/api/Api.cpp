@@ -21,6 +21,9 @@ constexpr std::size_t kLargestTranscript = 8 << 20;  // bytes
 constexpr std::size_t kLongestEncoding = 64 * 1024;  // bytes that multipart may add to a file
 
 [[noreturn]] void notFound() { throw HttpError(404, "not_found", "There is nothing here."); }
+[[noreturn]] void refuseAsBusy() {
+    throw HttpError(503, "busy", "The server is busy with other summaries; try again in a minute.");
+}
 [[noreturn]] void badRequest(const char* sentence) { throw HttpError(400, "bad_request", sentence); }
 
 /// What a JSON post brings.
@@ -205,9 +208,13 @@ HttpAnswer Api::status(const HttpRequest&, std::string_view id) {
 }
 
 HttpAnswer Api::summarize(const HttpRequest& request, std::string_view) {
+    const Places::Place room(summaryRoom_);
+    if (!room) refuseAsBusy();
     const auto document = readJson(request, kLargestTranscript);
     const auto text = textIn(document, "text");
     if (!text) badRequest("There is no \"text\" to summarise.");
+    const Places::Place turn(summaries_);
+    if (!turn) refuseAsBusy();
     try {
         const auto summary = parts_.summarizer.summarize(*text, textIn(document, "title"));
         return {200, dumped({{"summary", summary}, {"usage", usageRecord()}})};

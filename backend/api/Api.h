@@ -12,6 +12,7 @@
 #include "backend/Summarizer.h"
 #include "backend/api/DeviceTokens.h"
 #include "backend/api/MessageLog.h"
+#include "backend/api/Places.h"
 #include "backend/http/Http.h"
 #include "backend/jobs/JobStore.h"
 
@@ -41,6 +42,10 @@ public:
     /// with 503, so that clients come back as long as there is somebody working on it.
     static constexpr std::int64_t kClientsPatience = 45 * 60;
     static constexpr std::int64_t kAllowance = 1000000;  ///< of transcriptions, which nobody counts
+    /// Summaries at a time, each of up to 8 MB of text, and how many more may wait for one of them to end.
+    static constexpr std::size_t kSummaries = 2;
+    static constexpr std::size_t kWaitingSummaries = 8;  ///< or whose text is still arriving
+    static constexpr std::chrono::seconds kSummaryPatience{20};
 
     Api(Identity identity, ApiParts parts) : identity_(std::move(identity)), parts_(std::move(parts)) {}
 
@@ -54,6 +59,8 @@ private:
 
     const Identity identity_;
     const ApiParts parts_;
+    Places summaryRoom_{kSummaries + kWaitingSummaries, 0, std::chrono::seconds(0)};
+    Places summaries_{kSummaries, kWaitingSummaries, kSummaryPatience};
     std::atomic<std::chrono::steady_clock::time_point> lastRequest_ = std::chrono::steady_clock::now();
 
     std::string_view pathOf(const HttpRequest& request) const;

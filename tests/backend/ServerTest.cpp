@@ -1,12 +1,17 @@
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <map>
 #include <sstream>
 
 #include "BackendTest.h"
+#include "backend/engines/WavFile.h"
+#include "support/StubServer.h"
 
 namespace tessivox::testing {
 namespace {
@@ -151,6 +156,32 @@ TEST_F(ServerTest, KeepsMessagesForWhoRunsItAndSummarises) {
     EXPECT_EQ(summary.status, 200);
     EXPECT_FALSE(json::parse(summary.body).value("summary", "").empty());
     EXPECT_TRUE(json::parse(summary.body).at("usage").contains("limit"));
+}
+
+TEST_F(ServerTest, TakesNoMoreSummariesAtATimeThanItMayAndAnswersThose) {
+    start();
+    const std::string body = R"({"text":"[00:00] Speaker A: Hello."})";
+    const auto request = server->request("POST", "/summarize", {{"Content-Type", "application/json"}}, body);
+    const auto head = request.substr(0, request.size() - body.size());
+    std::vector<pollfd> clients;
+    for (int i = 0; i < 12; ++i) {
+        clients.push_back({connectTo(server->port()), POLLIN, 0});
+        ASSERT_GT(::send(clients.back().fd, head.data(), head.size(), 0), 0);
+    }
+    const auto answered = [&] {
+        ::poll(clients.data(), clients.size(), 0);
+        return std::count_if(clients.begin(), clients.end(), [](const pollfd& fd) { return fd.revents != 0; });
+    };
+    EXPECT_TRUE(holds([&] { return answered() == 2; }));
+    std::map<std::string, int> answers;
+    for (const auto& client : clients) {
+        if (client.revents == 0) ::send(client.fd, body.data(), body.size(), MSG_NOSIGNAL);
+        std::string status(12, '\0');
+        ::recv(client.fd, status.data(), status.size(), MSG_WAITALL);
+        ++answers[status];
+        ::close(client.fd);
+    }
+    EXPECT_EQ(answers, (std::map<std::string, int>{{"HTTP/1.1 200", 10}, {"HTTP/1.1 503", 2}}));
 }
 
 TEST_F(ServerTest, TriesOnceMoreAfterACrashOfItsWorker) {
