@@ -30,6 +30,8 @@ OpenAISettings openAISettings(const EngineOptions& options) {
     OpenAISettings settings;
     settings.url = options.openaiUrl;
     if (!options.openaiModel.empty()) settings.model = options.openaiModel;
+    settings.language = options.openaiLanguage;
+    if (!options.openaiFormat.empty()) settings.responseFormat = options.openaiFormat;
     settings.key = fromEnvironment(OpenAISettings::kKeyVariable);
     return settings;
 }

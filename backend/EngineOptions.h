@@ -22,6 +22,8 @@ struct EngineOptions {
     std::vector<std::string> command;     ///< program and arguments
     std::string openaiUrl;                ///< base address of transcriptions, such as "https://example.org/v1"
     std::string openaiModel;
+    std::string openaiLanguage;
+    std::string openaiFormat;
     std::string chatUrl;  ///< base address of chat completions; empty: no chat
     std::string chatModel;
     double timeFactor = 6;  ///< how long a transcription may take, as a multiple of the sound's length

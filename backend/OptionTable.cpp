@@ -1,5 +1,6 @@
 #include "backend/OptionTable.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <concepts>
@@ -59,6 +60,18 @@ bool storeEngine(std::string& place, const std::string& text) {
     return text == "pocketsphinx" || text == "command" || text == "openai" || text == "fake";
 }
 
+/// Of ISO 639.
+bool storeLanguage(std::string& place, const std::string& text) {
+    place = text;
+    return (text.size() == 2 || text.size() == 3) &&
+           std::all_of(text.begin(), text.end(), [](char c) { return 'a' <= c && c <= 'z'; });
+}
+
+bool storeFormat(std::string& place, const std::string& text) {
+    place = text;
+    return text == "verbose_json" || text == "json" || text == "diarized_json";
+}
+
 bool storeFaults(Faults::Rules& place, const std::string& text) {
     const auto rules = Faults::parse(text);
     if (rules) place = *rules;
@@ -97,6 +110,14 @@ std::vector<OptionEntry> makeTable() {
          [](Server& o, Text& v) { return storeText(o.engine.openaiUrl, v); }},
         {"openai-model", "NAME", "The model to ask it for.", "a model's name",
          [](Server& o, Text& v) { return storeText(o.engine.openaiModel, v); }},
+        {"openai-language", "CODE", "The language that is spoken, such as en; the service finds out if not given.",
+         "two or three letters, such as en",
+         [](Server& o, Text& v) { return storeLanguage(o.engine.openaiLanguage, v); }},
+        {"openai-format", "NAME",
+         "The form of its answers: verbose_json (the default), json for models that know no times, or diarized_json "
+         "for those that tell speakers apart.",
+         "verbose_json, json or diarized_json",
+         [](Server& o, Text& v) { return storeFormat(o.engine.openaiFormat, v); }},
         {"chat-url", "URL", "Base address of an OpenAI-compatible chat service, for summaries, titles and gists.",
          "a URL", [](Server& o, Text& v) { return storeText(o.engine.chatUrl, v); }},
         {"chat-model", "NAME", "The model to ask it for.", "a model's name",

@@ -61,6 +61,8 @@ TEST(OptionsTest, RefuseWhatMakesNoSense) {
     EXPECT_NE(problem({"--testing", "--fault", "usage:503*0"}), "");
     EXPECT_NE(problem({"--engine", "command"}), "");
     EXPECT_NE(problem({"--engine", "openai"}), "");
+    EXPECT_NE(problem({"--openai-language", "English"}), "");
+    EXPECT_NE(problem({"--openai-format", "srt"}), "");
     EXPECT_NE(problem({"--command", "whisper"}), "");
     EXPECT_NE(problem({"--command"}), "");
     EXPECT_NE(problem({"--listen"}), "");

@@ -198,6 +198,23 @@ TEST_F(ServerTest, EndsAWorkerThatHangs) {
     EXPECT_EQ(waitFor(submit(), "failed").value("error", ""), "The speech engine took too long for this recording.");
 }
 
+TEST_F(ServerTest, AsksAServiceAsItsOptionsSay) {
+    StubServer service;
+    service.willAlwaysAnswer(StubServer::status(200, "", R"({"text": "Guten Tag."})"));
+    start({"--engine", "openai", "--openai-url", service.url("/v1"), "--openai-model", "good", "--openai-language",
+           "de", "--openai-format", "json"});
+    std::vector<std::int16_t> samples(32000);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = i / 40 % 2 == 0 ? 9000 : -9000;
+    const auto record = waitFor(submit(backend::wavBytes(samples)), "completed");
+    EXPECT_NE(record.value("text", "").find("Guten Tag."), std::string::npos) << record << errors();
+    EXPECT_EQ(record.value("provider", ""), "good");
+    ASSERT_EQ(service.requests().size(), 1U);
+    for (const auto* part : {"name=\"model\"\r\n\r\ngood\r\n", "name=\"response_format\"\r\n\r\njson\r\n",
+                             "name=\"language\"\r\n\r\nde\r\n"}) {
+        EXPECT_NE(service.requests().at(0).find(part), std::string::npos) << part;
+    }
+}
+
 TEST_F(ServerTest, SpoilsAnswersAsOrdered) {
     start({"--fault", "usage:402*1,usage:503*1,usage:cut*1,usage:malformed*1,submit:500*1,status:none*1,status:401*1"});
     EXPECT_EQ(server->get("/usage").status, 402);
