@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/Error.h"
+#include "base/Log.h"
 #include "base/Text.h"
 #include "platform/linux/posix/RandomBytes.h"
 #include "platform/linux/posix/Retry.h"
@@ -138,6 +139,12 @@ Listening Listening::inherited() {
     all.identity = {secretIn(all.url), {"127.0.0.1", "localhost"}};
     if (!isSecret(all.identity.secret)) refuse("The file with the server's address holds none; start Tessivox again.");
     return all;
+}
+
+void Listening::leaveAddress() {
+    if (!addressFile) return;
+    if (::ftruncate(addressFile.get(), 0) != 0) base::log("Cannot empty the file with the server's address.");
+    addressFile = Descriptor();
 }
 
 Listening Listening::open(const ListenOptions& options) {

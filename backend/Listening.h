@@ -22,6 +22,10 @@ struct Listening {
     static Listening inherited();
     /// A socket of its own. Throws base::Error with a sentence.
     static Listening open(const ListenOptions& options);
+
+    /// For a server that begins to end: whoever looks for one from now on does not take it for a live one, and may
+    /// start another.
+    void leaveAddress();
 };
 
 }  // namespace tessivox::backend

@@ -28,9 +28,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kPatience = 10s;        // for a predecessor's end
-constexpr auto kGrace = 30s;           // for answers under way at the end
-constexpr auto kHousekeeping = 10min;  // between looks for what has been kept for long enough
+constexpr auto kGrace = 30s;             // for answers under way at the end
+constexpr auto kPatience = kGrace + 5s;  // for a predecessor's end
+constexpr auto kHousekeeping = 10min;    // between looks for what has been kept for long enough
 
 std::filesystem::path stateFolder(const ServerOptions& options) {
     if (!options.state.empty()) return std::filesystem::absolute(options.state);
@@ -105,6 +105,7 @@ public:
         loop_.run();
         base::log("Ending.");
         farewell_.emplace();
+        listening_.leaveAddress();
     }
     const std::string& url() const { return listening_.url; }
 

@@ -170,7 +170,7 @@ TEST_F(ServerLifeTest, ServesOnTheSocketOfItsStarterAndAReplacementGoesOnThere) 
     startInherited({});
     EXPECT_EQ(server->get("/usage").status, 200);
     EXPECT_TRUE(isLocked());
-    EXPECT_EQ(server->stop(SIGTERM), 0);
+    EXPECT_EQ(server->stop(SIGKILL), -SIGKILL);
     EXPECT_FALSE(isLocked());
     // A request that comes while nobody serves waits for the next server.
     const int waiting = connectTo(server->port());
@@ -181,6 +181,29 @@ TEST_F(ServerLifeTest, ServesOnTheSocketOfItsStarterAndAReplacementGoesOnThere) 
     ASSERT_GT(::recv(waiting, answer.data(), answer.size(), 0), 0);
     EXPECT_TRUE(answer.starts_with("HTTP/1.1 200"));
     ::close(waiting);
+}
+
+TEST_F(ServerLifeTest, LeavesItsPlaceToAnotherWhileItStillAnswers) {
+    prepareStarter();
+    startInherited({"--fault", "usage:slow=1"});
+    const int client = connectTo(server->port());
+    const auto request = server->request("GET", "/usage", {{"Expect", "100-continue"}});
+    ASSERT_GT(::send(client, request.data(), request.size(), 0), 0);
+    std::string permission(25, '\0');  // Now the server is at it.
+    ASSERT_EQ(::recv(client, permission.data(), permission.size(), MSG_WAITALL), 25);
+    const auto first = std::move(server);
+    ::kill(first->pid(), SIGTERM);
+    EXPECT_TRUE(holds([&] { return !isLocked(); }));
+    EXPECT_EQ(contents(home / "backend.json"), "");
+    EXPECT_TRUE(isAlive(first->pid()));
+    prepareStarter();
+    startInherited({});
+    EXPECT_EQ(server->get("/usage").status, 200) << "once the first has ended";
+    EXPECT_EQ(first->wait(), 0);
+    std::string answer(12, '\0');
+    ASSERT_EQ(::recv(client, answer.data(), answer.size(), MSG_WAITALL), 12);
+    EXPECT_EQ(answer, "HTTP/1.1 200");
+    ::close(client);
 }
 
 TEST_F(ServerLifeTest, OutlivesItsStarterOnlyForItsWork) {

@@ -163,6 +163,7 @@ void LocalServer::onEnd(std::optional<int> exitCode) {
     try {
         own_->lock = AddressFile::open(options_.addressFile);
         if (exitCode == 0 || !own_->lock->tryLock()) return own_.reset();
+        own_->lock->write(own_->url);  // a server that crashed while it was ending has emptied it
     } catch (const base::Error& failure) {
         base::log("[Server] " + failure.description());
         return own_.reset();
