@@ -1,0 +1,28 @@
+# Completion of tessivox-backend for fish.
+
+complete -c tessivox-backend -f
+
+complete -c tessivox-backend -l inherited -d 'serve on the socket that the starter made'
+complete -c tessivox-backend -l listen -x -a '127.0.0.1:0' -d 'where to listen'
+complete -c tessivox-backend -l host -x -a '(__fish_print_hostnames)' -d 'the name that clients use for this machine'
+complete -c tessivox-backend -l tls-cert -r -F -d 'serve https with this certificate chain'
+complete -c tessivox-backend -l tls-key -r -F -d 'the certificate\'s private key'
+complete -c tessivox-backend -l secret-file -r -F -d 'the secret of the server\'s address'
+complete -c tessivox-backend -l state -x -a '(__fish_complete_directories)' -d 'where jobs and results are kept'
+complete -c tessivox-backend -l engine -x -a 'pocketsphinx command openai' -d 'who transcribes'
+complete -c tessivox-backend -l openai-url -x -a 'https:// http://127.0.0.1:' -d 'address of a transcription service'
+complete -c tessivox-backend -l openai-model -x -d 'the model to ask it for'
+complete -c tessivox-backend -l openai-language -x -d 'the language that is spoken'
+complete -c tessivox-backend -l openai-format -x -a 'verbose_json json diarized_json' -d 'the form of its answers'
+complete -c tessivox-backend -l chat-url -x -a 'https:// http://127.0.0.1:' -d 'address of a chat service, for summaries'
+complete -c tessivox-backend -l chat-model -x -d 'the model to ask it for'
+complete -c tessivox-backend -l max-upload -x -d 'the largest upload, in megabytes'
+complete -c tessivox-backend -l max-queue -x -d 'what all waiting uploads may take, in megabytes'
+complete -c tessivox-backend -l max-jobs -x -d 'how many jobs may wait'
+complete -c tessivox-backend -l max-hours -x -d 'the longest sound, in hours'
+complete -c tessivox-backend -l time-factor -x -d 'how long a job may take, times the sound\'s length'
+complete -c tessivox-backend -l verbose -d 'write a log to standard error'
+complete -c tessivox-backend -l testing -d 'allow the options for tests'
+complete -c tessivox-backend -l command -r -d 'the program that transcribes, and its arguments'
+complete -c tessivox-backend -l help -d 'explain the options'
+complete -c tessivox-backend -l version -d 'print the version'
