@@ -190,6 +190,7 @@ struct ComparedWorld : DetectionWorld {
         model.shown.apps = scene.apps;
     }
     void repeat() {
+        if (chance(30)) return inputUse.tellDefault();
         inputUse.tell();
         if (model.shown.device != 0) model.look();
     }

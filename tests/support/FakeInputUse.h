@@ -49,6 +49,8 @@ public:
     }
     /// Tells as if something had changed.
     void tell() const { changed_.emit(); }
+    /// Tells of a default input that is the same as before.
+    void tellDefault() const { defaultChanged_.emit(); }
 
     void loseServer() { isLost_ = true; }
     void regainServer() {
