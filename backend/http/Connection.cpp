@@ -3,11 +3,11 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/err.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -25,6 +25,15 @@ void limitWaiting(int socket, std::chrono::seconds time) {
     ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
+/// At once if possible; otherwise it waits, about which it says so before.
+template <typename Call, typename Warn>
+ssize_t withoutWaiting(const Call& call, const Warn& warn) {
+    const auto result = posix::retry([&] { return call(MSG_DONTWAIT); });
+    if (result >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) return result;
+    warn();
+    return posix::retry([&] { return call(0); });
+}
+
 int atMostInt(std::size_t count) { return static_cast<int>(std::min<std::size_t>(count, INT_MAX)); }
 
 }  // namespace
@@ -33,15 +42,15 @@ Connection::Connection(posix::Descriptor socket, const Tls* tls) : socket_(std::
     const int on = 1;
     ::setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     limitWaiting(socket_.get(), kPatience);
-    if (tls_) session_ = tls_->accept(socket_.get());
 }
 
-bool Connection::waitForRequest(int stop, std::chrono::milliseconds time) {
-    if (begin_ < end_ || (session_ && SSL_pending(session_.get()) > 0)) return true;
-    pollfd fds[]{{socket_.get(), POLLIN, 0}, {stop, POLLIN, 0}};
-    if (posix::retry([&] { return ::poll(fds, 2, static_cast<int>(time.count())); }) <= 0) return false;
-    return fds[0].revents != 0;
+bool Connection::open() {
+    mayTakeLong();
+    session_ = tls_->accept(socket_.get());
+    return isOpen();
 }
+
+void Connection::hangUp() const { ::shutdown(socket_.get(), SHUT_RDWR); }
 
 void Connection::beginHead() {
     isInHead_ = true;
@@ -64,21 +73,34 @@ ssize_t Connection::read(char* bytes, std::size_t count) {
     return static_cast<ssize_t>(count);
 }
 
+void Connection::mayTakeLong() {
+    if (const auto action = std::exchange(beforeWaiting_, {})) action();
+}
+
 ssize_t Connection::receive(char* bytes, std::size_t count) {
-    if (!session_) return posix::retry([&] { return ::recv(socket_.get(), bytes, count, 0); });
+    if (!session_) {
+        const auto receive = [&](int flags) { return ::recv(socket_.get(), bytes, count, flags); };
+        return withoutWaiting(receive, [&] { mayTakeLong(); });
+    }
+    mayTakeLong();
     const int received = SSL_read(session_.get(), bytes, atMostInt(count));
     ERR_clear_error();
     return received;
 }
 
 ssize_t Connection::write(const char* bytes, std::size_t count) {
-    if (!session_) return posix::retry([&] { return ::send(socket_.get(), bytes, count, MSG_NOSIGNAL); });
+    if (!session_) {
+        const auto send = [&](int flags) { return ::send(socket_.get(), bytes, count, MSG_NOSIGNAL | flags); };
+        return withoutWaiting(send, [&] { mayTakeLong(); });
+    }
+    mayTakeLong();
     const int sent = SSL_write(session_.get(), bytes, atMostInt(count));
     ERR_clear_error();
     return sent;
 }
 
 void Connection::linger() {
+    mayTakeLong();
     if (session_) SSL_shutdown(session_.get());
     ERR_clear_error();
     ::shutdown(socket_.get(), SHUT_WR);

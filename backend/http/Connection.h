@@ -5,6 +5,8 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <utility>
 
 #include "backend/http/Tls.h"
 #include "platform/linux/posix/Descriptor.h"
@@ -22,11 +24,18 @@ public:
     /// `tls` outlives it; null without TLS.
     Connection(posix::Descriptor socket, const Tls* tls);
 
+    int socket() const { return socket_.get(); }
     /// Whether there is a TLS session, if there has to be one.
     bool isOpen() const { return !tls_ || session_; }
-    /// Waits until the client sends something. False after the time, at its end, or when `stop` becomes readable and
-    /// nothing has arrived.
-    bool waitForRequest(int stop, std::chrono::milliseconds time);
+    /// Begins the TLS session; false if the client does not manage it.
+    bool open();
+    /// Whether something that has been taken from the socket is not yet read.
+    bool holdsBytes() const { return begin_ < end_ || (session_ && SSL_pending(session_.get()) > 0); }
+    /// The client is to find the connection ended; so does who waits for it here. Any thread.
+    void hangUp() const;
+    /// What to call before a call may have to wait, or an answer may take long: once, at most. Empty for nothing.
+    void setBeforeWaiting(std::function<void()> action) { beforeWaiting_ = std::move(action); }
+    void mayTakeLong();
     /// From here to endHead() the bounds of a request's head hold.
     void beginHead();
     void endHead() { isInHead_ = false; }
@@ -49,6 +58,7 @@ private:
     bool isInHead_ = false;
     std::size_t headBytes_ = 0;
     Clock::time_point headEnd_;
+    std::function<void()> beforeWaiting_;
 
     ssize_t receive(char* bytes, std::size_t count);
 };
