@@ -73,19 +73,27 @@ Segment segmentOf(string_view line) {
     return segment;
 }
 
-/// Most times are made of a few digits, which need no more than this.
-std::optional<double> fewDigits(string_view text) {
-    if (text.size() > 9) return std::nullopt;
-    int number = 0;
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9') return std::nullopt;
-        number = number * 10 + (digit - '0');
+/// Almost all times are made of a few digits and colons, which need no more than this.
+std::optional<double> plainTime(string_view time) {
+    if (time.size() > 9) return std::nullopt;
+    int seconds = 0, number = 0;
+    bool isInNumber = false;
+    for (const char letter : time) {
+        if (letter >= '0' && letter <= '9') {
+            number = number * 10 + (letter - '0');
+            isInNumber = true;
+        } else if (letter == ':') {
+            if (isInNumber) seconds = seconds * 60 + number;
+            number = 0;
+            isInNumber = false;
+        } else {
+            return std::nullopt;
+        }
     }
-    return number;
+    return isInNumber ? seconds * 60.0 + number : seconds;
 }
 
 std::optional<double> numberIn(string_view text) {
-    if (const auto number = fewDigits(text)) return number;
     double number = 0;
     const auto* textEnd = text.data() + text.size();
     const auto [end, error] = std::from_chars(text.data(), textEnd, number);
@@ -168,6 +176,7 @@ Transcript parseTranscript(std::string text) {
 }
 
 double parseTime(string_view time) {
+    if (const auto seconds = plainTime(time)) return *seconds;
     double seconds = 0;
     while (!time.empty()) {
         const auto end = std::min(time.find(':'), time.size());
