@@ -7,7 +7,6 @@
 #include <QSslServer>
 #include <QSslSocket>
 #include <QTemporaryDir>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -16,6 +15,7 @@
 #include "base/Error.h"
 #include "platform/linux/qt/QtHttpClient.h"
 #include "qt/QtTest.h"
+#include "support/Certificate.h"
 
 namespace tessivox::qt {
 namespace {
@@ -26,16 +26,12 @@ using Path = std::filesystem::path;
 /// A server on 127.0.0.1 whose certificate nobody knows.
 struct TrustedCertificatesTest : testing::QtTest {
     QTemporaryDir folder;
-    Path certificate = Path(folder.path().toStdString()) / "certificate.pem";
-    Path key = Path(folder.path().toStdString()) / "key.pem";
+    const testing::Certificate made{folder.path().toStdString()};
+    const Path& certificate = made.certificate;
+    const Path& key = made.key;
     QSslServer server;
 
     TrustedCertificatesTest() {
-        const auto command =
-            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=test"
-            " -addext subjectAltName=IP:127.0.0.1 -keyout '" +
-            key.string() + "' -out '" + certificate.string() + "' 2>/dev/null";
-        if (std::system(command.c_str()) != 0) throw std::runtime_error("openssl makes no certificate");
         QSslConfiguration configuration;
         configuration.setLocalCertificate(QSslCertificate(read(certificate)));
         configuration.setPrivateKey(QSslKey(read(key), QSsl::Ec));

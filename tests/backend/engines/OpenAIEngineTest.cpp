@@ -1,11 +1,16 @@
 #include "backend/engines/OpenAIEngine.h"
 
 #include <gtest/gtest.h>
+#include <httplib.h>
 
-#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
 
 #include "backend/engines/EngineError.h"
 #include "backend/engines/QuietCuts.h"
+#include "support/Certificate.h"
 #include "support/StubServer.h"
 
 namespace tessivox::backend {
@@ -111,6 +116,43 @@ TEST_F(OpenAIEngineTest, SaysWhatToDoAboutAFailure) {
     EXPECT_NE(failureAt(200, "{"), "no failure");
     const auto requests = server.requests().size();
     EXPECT_EQ(requests, 5U);
+}
+
+/// A service with a certificate of its own making.
+struct EncryptedService {
+    const std::filesystem::path folder = makeFolder();
+    const tessivox::testing::Certificate certificate{folder};
+    httplib::SSLServer server{certificate.certificate.c_str(), certificate.key.c_str()};
+    const int port = server.bind_to_any_port("127.0.0.1");
+    std::thread thread{[this] { server.listen_after_bind(); }};
+
+    static std::filesystem::path makeFolder() {
+        std::string name = "/tmp/tessivox-service-XXXXXX";
+        return ::mkdtemp(name.data());
+    }
+    EncryptedService() {
+        server.Post("/v1/audio/transcriptions", [](const httplib::Request&, httplib::Response& response) {
+            response.set_content(kHello, "application/json");
+        });
+    }
+    ~EncryptedService() {
+        while (!server.is_running()) std::this_thread::yield();
+        server.stop();
+        thread.join();
+        std::filesystem::remove_all(folder);
+    }
+};
+
+TEST_F(OpenAIEngineTest, SendsNothingToAServiceWhoseCertificateItDoesNotTrust) {
+    EncryptedService service;
+    auto encrypted = settings();
+    encrypted.url = "https://127.0.0.1:" + std::to_string(service.port) + "/v1";
+    encrypted.pauses.clear();
+    EXPECT_EQ(failureOf(encrypted), "Cannot trust https://127.0.0.1:" + std::to_string(service.port) +
+                                        ": its certificate does not hold. Check the address.");
+    ::setenv("SSL_CERT_FILE", service.certificate.certificate.c_str(), 1);  // as OpenSSL's users say whom to trust
+    EXPECT_EQ(OpenAIEngine(encrypted).transcribe({samples}, {}).size(), 1U);
+    ::unsetenv("SSL_CERT_FILE");
 }
 
 TEST_F(OpenAIEngineTest, WaitsNoLongerThanItMay) {
