@@ -2,107 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
-#include <iterator>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/Log.h"
-#include "services/telemetry/Vocabulary.h"
 #include "support/MemoryPreferences.h"
 
 namespace tessivox::telemetry {
 namespace {
-
-/// In the enumeration's order: a signal's name, then all parameters that it may carry.
-constexpr std::array kSignals{
-    "app_launched",
-    "app_terminated",
-    "update_available",
-    "update_installed from to",
-    "setting_changed key value",
-    "onboarding_started",
-    "onboarding_step_viewed step resumed",
-    "onboarding_completed",
-    "onboarding_skipped step",
-    "acquisition_source source detail",
-    "marketing_consent consent source",
-    "permission_result type granted",
-    "permission_state mic screen",
-    "transcription_blocked reason attempt_id",
-    "recording_started source mic system audio_quality",
-    "recording_stopped duration_sec",
-    "recording_finalize_failed rescued duration_sec",
-    "recording_recovered count",
-    "recording_paused",
-    "recording_resumed",
-    "transcription_started attempt_id source resumed duration_sec file_size_kb upload_kb",
-    "transcription_completed attempt_id source resumed duration_sec file_size_kb upload_kb has_gist result",
-    "transcription_failed attempt_id source resumed duration_sec file_size_kb upload_kb stage upload_retries reason "
-    "error_code error_domain app_version",
-    "transcription_resumed age_min",
-    "survey_shown survey_id forced",
-    "survey_answered survey_id forced answer",
-    "survey_dismissed survey_id forced action",
-    "survey_comment_sent survey_id forced",
-    "settings_opened",
-    "about_opened",
-    "recordings_list_opened",
-    "recording_deleted",
-    "recording_renamed",
-    "recording_revealed",
-    "recording_played",
-    "transcript_opened",
-    "summary_opened",
-    "reader_copy kind",
-    "reader_share kind",
-    "open_recordings_folder",
-    "check_for_updates",
-    "feedback_opened",
-    "message_sent has_email",
-    "summary_generated mode",
-    "summary_failed mode reason",
-    "call_detected is_new_call trigger_app all_apps",
-    "recording_prompt_shown trigger_app hold_sec",
-    "recording_prompt_accepted trigger_app hold_sec",
-    "recording_prompt_declined trigger_app hold_sec",
-    "stop_prompt_shown",
-    "stop_prompt_accepted",
-    "stop_prompt_declined",
-    "recording_prompt_timeout trigger_app hold_sec",
-    "recording_prompt_app_ignored trigger_app hold_sec",
-    "call_ended trigger_app hold_sec",
-    "audio_file_imported original_format converted",
-    "audio_file_import_failed reason format",
-    "analytics_disabled",
-};
-
-std::vector<std::string> words(const std::string& text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
-TEST(VocabularyTest, GivesEachEventItsNameAndExactlyItsParameters) {
-    ASSERT_EQ(kVocabulary.size(), kSignals.size());
-    std::set<std::string> everyParameter;
-    for (const auto* line : kSignals) {
-        const auto parts = words(line);
-        everyParameter.insert(parts.begin() + 1, parts.end());
-    }
-    for (std::size_t index = 0; index < kSignals.size(); ++index) {
-        const auto event = static_cast<AnalyticsEvent>(index);
-        const auto parts = words(kSignals[index]);
-        EXPECT_EQ(signalName(event), parts.front());
-        const std::set<std::string> own(parts.begin() + 1, parts.end());
-        for (const auto& parameter : everyParameter) {
-            EXPECT_EQ(rowOf(event).allows(parameter), own.contains(parameter)) << parts.front() << " " << parameter;
-        }
-        EXPECT_FALSE(rowOf(event).allows(""));
-    }
-}
 
 /// Writes down, in order, what went out and what was logged.
 class AnalyticsTest : public ::testing::Test, public AnalyticsSink {
