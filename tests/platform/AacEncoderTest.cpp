@@ -13,6 +13,7 @@
 #include "audio/AudioEncoder.h"
 #include "audio/Mpeg4Duration.h"
 #include "support/DecodeAudio.h"
+#include "support/MediaFolder.h"
 #include "support/MemoryFile.h"
 
 namespace tessivox::ffmpeg {
@@ -22,6 +23,7 @@ using audio::AudioEncoding;
 using testing::DecodedAudio;
 using testing::MemoryDisk;
 using testing::MemoryFile;
+using testing::signalToNoise;
 
 constexpr std::size_t kRate = 48000;
 
@@ -60,16 +62,6 @@ std::vector<float> sweep(std::size_t frames) {
         sound.push_back(static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * (200 + 2000 * seconds) * seconds)));
     }
     return sound;
-}
-
-double signalToNoise(const std::vector<float>& expected, const std::vector<float>& actual) {
-    double signal = 0;
-    double noise = 1e-20;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        signal += expected[i] * expected[i];
-        noise += std::pow(actual.at(i) - expected[i], 2);
-    }
-    return 10 * std::log10(signal / noise);
 }
 
 /// By how many frames the second runs behind the first, at most 100 either way.

@@ -18,6 +18,7 @@
 #include "platform/linux/posix/EventLoop.h"
 #include "platform/linux/posix/PosixFiles.h"
 #include "support/DecodeAudio.h"
+#include "support/TestFolder.h"
 #include "support/TurnLoop.h"
 
 namespace tessivox {
@@ -102,10 +103,8 @@ struct AudioPathTest : ::testing::Test {
     posix::PosixFiles files{loop};
     ffmpeg::SwrConverterFactory converters;
     ffmpeg::AacEncoderFactory encoders;
-    std::filesystem::path folder = [] {
-        auto name = std::filesystem::temp_directory_path().string() + "/tessivox-path-XXXXXX";
-        return std::filesystem::path(::mkdtemp(name.data()));
-    }();
+    testing::TestFolder made;
+    const std::filesystem::path folder = made.path();
     std::filesystem::path incomplete = folder / "Incomplete";
     std::optional<audio::StereoAudioWriter> writer;
     base::Subscription listening;
@@ -113,10 +112,6 @@ struct AudioPathTest : ::testing::Test {
     AudioPathTest() {
         writer.emplace(runtime, files, converters, encoders, incomplete);
         listening = writer->onProblem.observe([](const std::string& problem) { ADD_FAILURE() << problem; });
-    }
-    ~AudioPathTest() override {
-        writer.reset();
-        std::filesystem::remove_all(folder);
     }
 
     std::filesystem::path outputOf(const std::string& name) const { return folder / (name + ".m4a"); }

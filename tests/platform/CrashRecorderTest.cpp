@@ -20,6 +20,7 @@
 #include "platform/linux/posix/PosixFiles.h"
 #include "platform/linux/posix/QueueThread.h"
 #include "platform/linux/posix/RandomBytes.h"
+#include "support/TestFolder.h"
 
 // ThreadSanitizer holds signals back, so there is nothing here for it to see.
 #ifndef __SANITIZE_THREAD__
@@ -34,12 +35,9 @@ namespace fs = std::filesystem;
 struct CrashRecorderTest : ::testing::Test {
     EventLoop loop;
     PosixFiles files{loop};
-    fs::path home = [] {
-        std::string name = "/tmp/tessivox-crash-XXXXXX";
-        return fs::path(::mkdtemp(name.data()));
-    }();
+    testing::TestFolder made;
+    const std::filesystem::path home = made.path();
     fs::path folder = home / "Tessivox" / "Crashes";
-    ~CrashRecorderTest() override { fs::remove_all(home); }
 
     /// Runs the action in a child with a recorder; gives the child's wait status.
     template <typename Action>

@@ -17,6 +17,7 @@
 #include "platform/linux/posix/CrashRecorder.h"
 #include "platform/linux/posix/EventLoop.h"
 #include "platform/linux/posix/PosixFiles.h"
+#include "support/TestFolder.h"
 
 namespace tessivox::posix {
 namespace {
@@ -69,13 +70,10 @@ TEST(HangWatchTest, ReportsEachStall) {
 struct HangReportTest : ::testing::Test {
     EventLoop loop;
     PosixFiles files{loop};
-    fs::path folder = [] {
-        std::string name = "/tmp/tessivox-hang-XXXXXX";
-        return fs::path(::mkdtemp(name.data()));
-    }();
+    testing::TestFolder made;
+    const std::filesystem::path folder = made.path();
     telemetry::CrashOptions options;
     HangReportTest() { options.appHangTimeoutInterval = 60ms; }
-    ~HangReportTest() override { fs::remove_all(folder); }
 
     /// Stalls until the filter was asked, which answers `isKept`; gives the event that it saw.
     telemetry::CrashEvent stallOnce(bool isKept) {

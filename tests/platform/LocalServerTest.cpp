@@ -1,12 +1,9 @@
 #include "platform/linux/posix/LocalServer.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +22,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/BackendProcess.h"
+#include "support/TestFolder.h"
 #include "support/TurnLoop.h"
 
 namespace tessivox::posix {
@@ -38,49 +37,27 @@ int portIn(const std::string& url) { return std::stoi(url.substr(std::string("ht
 
 /// What the server answers to a path below its address; empty if it does not.
 std::string get(const std::string& url, const std::string& path) {
-    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(portIn(url)));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) < 0) return {};
     const auto line = "GET " + url.substr(url.find('/', 8)) + path + " HTTP/1.1\r\n\r\n";
-    if (::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) return {};
-    std::string answer;
-    std::array<char, 4096> buffer;
-    pollfd waiting{socket.get(), POLLIN, 0};
-    while (::poll(&waiting, 1, 20000) == 1) {
-        const auto got = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (got <= 0) break;
-        answer.append(buffer.data(), static_cast<std::size_t>(got));
-    }
-    return answer;
+    return testing::exchange(static_cast<std::uint16_t>(portIn(url)), line).body;
 }
 
 json statusOf(const std::string& url, const std::string& path = "/status") {
-    const auto answer = get(url, path);
-    const auto body = answer.find("\r\n\r\n");
-    return body == answer.npos ? json() : json::parse(answer.substr(body + 4), nullptr, false);
+    return json::parse(get(url, path), nullptr, false);
 }
 
 struct LocalServerTest : ::testing::Test {
     EventLoop loop;
-    Path folder = makeFolder();
+    testing::TestFolder made;
+    const Path folder = made.path();
     Path addressFile = folder / "run" / "backend.json";
     LocalServer::Options options{addressFile, TESSIVOX_STAND_IN_SERVER, folder / "log", 20ms, 40ms};
     std::unique_ptr<LocalServer> server = std::make_unique<LocalServer>(loop, options);
 
-    static Path makeFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "local-server-XXXXXX").string();
-        if (!::mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-        return name;
-    }
     ~LocalServerTest() override {
         server.reset();
         EXPECT_TRUE(testing::runUntil(loop, [&] { return isFree(); })) << "a server is left";
         while (::waitpid(-1, nullptr, WNOHANG) > 0) {
         }
-        std::filesystem::remove_all(folder);
     }
     /// Whether no server lives.
     bool isFree() const {

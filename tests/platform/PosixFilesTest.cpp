@@ -14,6 +14,7 @@
 #include <fstream>
 
 #include "platform/linux/posix/EventLoop.h"
+#include "support/TestFolder.h"
 
 namespace tessivox::posix {
 namespace {
@@ -47,11 +48,8 @@ int inChild(const std::function<int()>& work) {
 struct PosixFilesTest : ::testing::TestWithParam<const char*> {
     EventLoop loop;
     PosixFiles files{loop};
-    Path folder = [] {
-        auto name = std::string(GetParam()) + "/tessivox-test-XXXXXX";
-        return Path(::mkdtemp(name.data()));
-    }();
-    ~PosixFilesTest() override { std::filesystem::remove_all(folder); }
+    testing::TestFolder made;
+    const std::filesystem::path folder = made.path();
 
     void write(const Path& path, std::string_view text) { files.create(path)->append(bytesOf(text)); }
 };

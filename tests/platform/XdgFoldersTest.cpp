@@ -10,17 +10,15 @@
 #include <map>
 
 #include "platform/linux/posix/PosixLocalTime.h"
+#include "support/TestFolder.h"
 
 namespace tessivox::posix {
 namespace {
 
 struct XdgFoldersTest : ::testing::Test {
-    std::filesystem::path home = [] {
-        std::string name = "/tmp/tessivox-home-XXXXXX";
-        return std::filesystem::path(::mkdtemp(name.data()));
-    }();
+    testing::TestFolder made;
+    const std::filesystem::path home = made.path();
     std::map<std::string, std::string> variables{{"HOME", home}};
-    ~XdgFoldersTest() override { std::filesystem::remove_all(home); }
 
     base::StandardFolders folders() const {
         return standardFolders([this](const std::string& name) -> std::optional<std::string> {
