@@ -6,13 +6,17 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <exception>
 #include <set>
 
+#include "base/ShortenedText.h"
 #include "platform/linux/pulse/PulseError.h"
 
 namespace tessivox::pulse {
 namespace {
+
+constexpr std::size_t kLongestProperty = 256;
 
 std::string text(const char* value) { return value ? value : ""; }
 
@@ -32,6 +36,51 @@ void takeDefaults(pa_context*, const pa_server_info* info, void* defaults) {
 bool isThisProcess(const pa_proplist* properties) {
     const char* process = pa_proplist_gets(properties, PA_PROP_APPLICATION_PROCESS_ID);
     return process && std::to_string(getpid()) == process;
+}
+
+/// A property as other programs wrote it, within bounds.
+std::string property(const pa_proplist* properties, const char* key) {
+    const char* value = pa_proplist_gets(properties, key);
+    return std::string(base::shortened(value ? value : "", kLongestProperty));
+}
+
+std::int32_t processProperty(const pa_proplist* properties, const char* key) {
+    const auto digits = property(properties, key);
+    std::int32_t pid = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
+    return error == std::errc() && end == digits.data() + digits.size() && pid > 0 ? pid : 0;
+}
+
+bool isTrue(const pa_proplist* properties, const char* key) { return property(properties, key) == "true"; }
+
+Declaration declaration(const pa_proplist* properties) {
+    Declaration result;
+    result.pid = processProperty(properties, PA_PROP_APPLICATION_PROCESS_ID);
+    // PipeWire's PulseAudio service speaks for its clients, and the kernel names only the service.
+    if (property(properties, "client.api") != "pipewire-pulse") {
+        result.securityPID = processProperty(properties, "pipewire.sec.pid");
+    }
+    result.binary = property(properties, PA_PROP_APPLICATION_PROCESS_BINARY);
+    result.applicationID = property(properties, PA_PROP_APPLICATION_ID);
+    result.applicationName = property(properties, PA_PROP_APPLICATION_NAME);
+    result.portalID = property(properties, "pipewire.access.portal.app_id");
+    return result;
+}
+
+void addSourceOutput(pa_context*, const pa_source_output_info* info, int end, void* list) {
+    if (end || !info) return;
+    static_assert(SourceOutput::kNone == PA_INVALID_INDEX);
+    const auto* properties = info->proplist;
+    const bool takesPeaks = text(info->resample_method) == "peaks" || isTrue(properties, "resample.peaks") ||
+                            isTrue(properties, "stream.monitor");
+    static_cast<std::vector<SourceOutput>*>(list)->push_back(
+        {info->index, info->client, info->source, info->corked != 0, takesPeaks,
+         isTrue(properties, "stream.capture.sink"), declaration(properties)});
+}
+
+void addClient(pa_context*, const pa_client_info* info, int end, void* list) {
+    if (end || !info) return;
+    static_cast<std::vector<Client>*>(list)->push_back({info->index, declaration(info->proplist)});
 }
 
 /// The streams to outputs, and the clients of this process: not every stream names its process itself.
@@ -98,14 +147,20 @@ void Connection::onState(pa_context* context, void* self) {
 }
 
 void Connection::subscribe(pa_subscription_mask_t facilities, std::function<void()> handler) {
-    events_ = scheduler_.source(std::move(handler));
     const Loop::Lock lock(loop_);
+    events_.push_back({static_cast<unsigned>(facilities), scheduler_.source(std::move(handler))});
+    unsigned all = 0;
+    for (const auto& events : events_) all |= events.facilities;
     pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
-    if (auto* operation = pa_context_subscribe(context_, facilities, nullptr, nullptr)) pa_operation_unref(operation);
+    const auto mask = static_cast<pa_subscription_mask_t>(all);
+    if (auto* operation = pa_context_subscribe(context_, mask, nullptr, nullptr)) pa_operation_unref(operation);
 }
 
-void Connection::onEvent(pa_context*, pa_subscription_event_type_t, std::uint32_t, void* self) {
-    static_cast<Connection*>(self)->events_->signal();
+void Connection::onEvent(pa_context*, pa_subscription_event_type_t event, std::uint32_t, void* self) {
+    const unsigned facility = 1U << (event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK);
+    for (const auto& events : static_cast<Connection*>(self)->events_) {
+        if (events.facilities & facility) events.source->signal();
+    }
 }
 
 base::Task<Defaults> Connection::defaults() {
@@ -164,6 +219,30 @@ base::Task<std::vector<SinkInput>> Connection::sinkInputs() {
         input.isOurs = input.isOurs || playback.ownClients.contains(client);
         result.push_back(input);
     }
+    co_return result;
+}
+
+base::Task<std::vector<SourceOutput>> Connection::sourceOutputs() {
+    const auto keepAlive = shared_from_this();
+    std::vector<SourceOutput> result;
+    Operation operation(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        operation.start(pa_context_get_source_output_info_list(context_, &addSourceOutput, &result));
+    }
+    co_await operation.finished();
+    co_return result;
+}
+
+base::Task<std::vector<Client>> Connection::clients() {
+    const auto keepAlive = shared_from_this();
+    std::vector<Client> result;
+    Operation operation(scheduler_, loop_);
+    {
+        const Loop::Lock lock(loop_);
+        operation.start(pa_context_get_client_info_list(context_, &addClient, &result));
+    }
+    co_await operation.finished();
     co_return result;
 }
 

@@ -36,6 +36,34 @@ struct SinkInput {
     bool isOurs = false;  ///< played by this process
 };
 
+/// What a program tells of itself in the properties of its stream or connection. Any of it may be missing, or a lie.
+struct Declaration {
+    std::int32_t pid = 0;          ///< as the program's own sandbox counts; 0 if it is not told
+    std::int32_t securityPID = 0;  ///< as the kernel told PipeWire, for its native clients only; else 0
+    std::string binary;
+    std::string applicationID;
+    std::string applicationName;
+    std::string portalID;  ///< application that PipeWire's portal let in
+};
+
+/// A program's stream from a source, whether it takes sound or not.
+struct SourceOutput {
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+    std::uint32_t index = 0;
+    std::uint32_t client = kNone;  ///< kNone: the server's own
+    std::uint32_t source = kNone;  ///< kNone: not connected to one yet
+    bool isCorked = false;
+    bool takesPeaks = false;    ///< for a level meter: a few values a second, no sound
+    bool takesMonitor = false;  ///< what an output plays
+    Declaration declaration;
+};
+
+struct Client {
+    std::uint32_t index = 0;
+    Declaration declaration;
+};
+
 /// The server's defaults, by name, as it states them: they may name what is not there.
 struct Defaults {
     std::string sink;
@@ -56,7 +84,8 @@ public:
     base::Task<void> ready();
     /// Replaces the handler for the connection's loss, after it was ready. Called at most once.
     void onLost(std::function<void()> handler) { state_->lost = std::move(handler); }
-    /// Calls the handler after events of these facilities, several at once as one. Once a connection, after ready().
+    /// Calls the handler after events of these facilities, several at once as one. Each call adds a handler. After
+    /// ready().
     void subscribe(pa_subscription_mask_t facilities, std::function<void()> handler);
 
     // Each throws base::Error if the server does not answer.
@@ -64,6 +93,8 @@ public:
     base::Task<std::vector<Source>> sources();
     base::Task<std::optional<Source>> source(std::string name);
     base::Task<std::vector<SinkInput>> sinkInputs();
+    base::Task<std::vector<SourceOutput>> sourceOutputs();
+    base::Task<std::vector<Client>> clients();
 
     base::Scheduler& scheduler() { return scheduler_; }
     Loop& loop() { return loop_; }
@@ -79,7 +110,12 @@ private:
 
     base::Scheduler& scheduler_;
     std::shared_ptr<State> state_ = std::make_shared<State>();
-    std::unique_ptr<base::WakeSource> events_;
+    struct Events {
+        unsigned facilities;
+        std::unique_ptr<base::WakeSource> source;
+    };
+
+    std::vector<Events> events_;  ///< under the loop's lock
     Loop loop_;
     pa_context* context_ = nullptr;
 

@@ -13,6 +13,7 @@ constexpr base::Duration kQuickRetry = std::chrono::milliseconds(100);
 constexpr int kQuickRetries = 10;
 constexpr base::Duration kRetryInterval = std::chrono::seconds(1);
 constexpr base::Duration kCoalescing = std::chrono::milliseconds(50);
+constexpr auto kInputs = static_cast<pa_subscription_mask_t>(PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SERVER);
 constexpr auto kFacilities = static_cast<pa_subscription_mask_t>(
     PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
 
@@ -38,7 +39,10 @@ base::Task<void> SoundServerLink::keepConnected() {
         }
         const bool wasConnected = std::exchange(connection_, nullptr) != nullptr;
         settle();
-        if (wasConnected) noteChange();
+        if (wasConnected) {
+            noteChange();
+            news_.emit(ServerNews::link);
+        }
         retries = wasConnected ? 1 : retries + 1;
         co_await scheduler_.sleep(retries <= kQuickRetries ? kQuickRetry : kRetryInterval);
     }
@@ -56,8 +60,11 @@ void SoundServerLink::hold(std::shared_ptr<Connection> connection, base::Complet
     failure_ = nullptr;
     connection_->onLost([lost] { lost.fail(std::make_exception_ptr(makeError(PulseFailure::connectionLost))); });
     connection_->subscribe(kFacilities, [this] { noteChange(); });
+    connection_->subscribe(kInputs, [this] { news_.emit(ServerNews::devices); });
+    connection_->subscribe(PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT, [this] { news_.emit(ServerNews::streams); });
     settle();
     noteChange();
+    news_.emit(ServerNews::link);
 }
 
 void SoundServerLink::settle() {

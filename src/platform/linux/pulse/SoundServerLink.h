@@ -14,6 +14,13 @@
 
 namespace tessivox::pulse {
 
+/// What happened at the server.
+enum class ServerNews {
+    link,     ///< it went away or came back
+    devices,  ///< sources or defaults have changed
+    streams,  ///< a stream from a source began, ended or has changed
+};
+
 /// The process's standing link to the sound server: connects, hears of changes, and while there is no server tries
 /// again, ten times in the first second, then each second. Main thread.
 class SoundServerLink {
@@ -28,6 +35,9 @@ public:
     /// count as one.
     base::Subscription onChange(std::function<void()> handler) { return changed_.observe(std::move(handler)); }
 
+    /// Called at once, for each turn of the loop with such news.
+    base::Subscription onNews(std::function<void(ServerNews)> handler) { return news_.observe(std::move(handler)); }
+
     base::Scheduler& scheduler() { return scheduler_; }
     const std::string& address() const { return address_; }
 
@@ -35,6 +45,7 @@ private:
     base::Scheduler& scheduler_;
     std::string address_;
     base::Signal<> changed_;
+    base::Signal<ServerNews> news_;
     std::shared_ptr<Connection> connection_;  ///< null while there is none
     std::exception_ptr failure_;              ///< why there is none; null while the outcome is open
     std::vector<base::Completion<bool>> waiting_;
