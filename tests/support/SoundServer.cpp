@@ -211,9 +211,18 @@ std::vector<std::pair<std::string, std::string>> SoundServer::linksFrom(const st
 ChildProcess SoundServer::play(const std::string& sink, const std::vector<std::string>& signal) {
     std::vector<std::string> command{TESSIVOX_SOUND_PLAYER, sink};
     command.insert(command.end(), signal.begin(), signal.end());
+    return spawnUntil(command, "playing");
+}
+
+ChildProcess SoundServer::listen(const std::string& source, const std::string& how) {
+    std::vector<std::string> command{TESSIVOX_SOUND_LISTENER, source};
+    if (!how.empty()) command.push_back(how);
+    return spawnUntil(command, "listening");
+}
+
+ChildProcess SoundServer::spawnUntil(const std::vector<std::string>& command, const std::string& expected) {
     auto child = spawn(command);
-    const auto line = child.readLine();
-    if (line != "playing") throw std::runtime_error("failed: " + joined(command));
+    if (child.readLine() != expected) throw std::runtime_error("failed: " + joined(command));
     return child;
 }
 

@@ -79,6 +79,10 @@ public:
     /// "clicks PERIOD-MS". Returns once it is being heard.
     ChildProcess play(const std::string& sink, const std::vector<std::string>& signal);
 
+    /// Takes sound from a source in another process until the returned child is destroyed; it answers "cork" and
+    /// "uncork". With "peaks" it is a level meter. Returns once it has a stream.
+    ChildProcess listen(const std::string& source, const std::string& how = {});
+
     /// Runs a client of this server (pactl, pw-link) and gives its output; throws if it fails.
     std::string run(const std::vector<std::string>& command);
     ChildProcess spawn(const std::vector<std::string>& command);
@@ -90,6 +94,7 @@ private:
     ChildProcess server_;
 
     std::vector<std::string> environment() const;
+    ChildProcess spawnUntil(const std::vector<std::string>& command, const std::string& expected);
 };
 
 }  // namespace tessivox::testing
