@@ -17,7 +17,7 @@ foreach(folder src backend tests)
 endforeach()
 add_library(header_check OBJECT ${header_sources})
 target_link_libraries(header_check PRIVATE tessivox_test_support tessivox_posix tessivox_ffmpeg tessivox_pulse tessivox_gio
-  tessivox_qt tessivox_backend_parts)
+  tessivox_desktop tessivox_qt tessivox_backend_parts)
 target_compile_definitions(header_check PRIVATE TESSIVOX_BACKEND="" TESSIVOX_PROGRAM="")
 # As properties of the sources these come last, after what the libraries ask for.
 set_source_files_properties(${header_sources} PROPERTIES COMPILE_OPTIONS "-O0;-g0;-fno-sanitize=all")
