@@ -56,7 +56,7 @@ void CrashReporter::recordingStarted(std::string source) {
 
 void CrashReporter::recordingStopped(base::Duration duration) {
     addBreadcrumb("Recording stopped", "recording", BreadcrumbLevel::info,
-                  {{"duration_sec", wholeSecondsText(duration)}});
+                  {{"duration", wholeSecondsText(duration)}});
 }
 
 void CrashReporter::transcriptionStarted(std::string fileName) {
