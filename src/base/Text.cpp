@@ -21,6 +21,7 @@ constexpr std::array kCatalogue{
     Entry{"Screen Recording permission denied", "The sound server refused access to the computer's sound"},
     Entry{"No display found for audio capture",
           "The computer's sound cannot be recorded: the sound server has no output device with a monitor"},
+    Entry{"Show in Finder", "Show in File Manager"},
 };
 
 constexpr std::array<std::string_view, 25> kWhiteSpace{
