@@ -53,6 +53,8 @@ public:
     /// Without a recording in the matching state they do nothing.
     void pauseRecording();
     void resumeRecording();
+    /// Brings what is recorded so far to the disk; see StereoAudioWriter.
+    base::Task<void> flush() { return writer_.flush(); }
 
     const std::optional<std::filesystem::path>& outputURL() const { return outputURL_; }
 

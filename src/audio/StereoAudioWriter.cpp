@@ -142,6 +142,17 @@ void StereoAudioWriter::resume() {
     enqueueQueue_->post([session = session_] { session->resetConverters(); });
 }
 
+base::Task<void> StereoAudioWriter::flush() {
+    const auto session = session_;
+    if (!session) co_return;
+    const auto convert = [this] { convertArrived(); };
+    co_await enqueueQueue_->run(convert);
+    const auto write = [this] { writeConverted(); };
+    co_await writeQueue_->run(write);
+    const auto sync = [session] { session->sync(); };
+    co_await syncQueue_->run(sync);
+}
+
 base::Task<RecordingStopOutcome> StereoAudioWriter::stop() {
     const auto session = session_;
     if (!session) co_return Empty{};

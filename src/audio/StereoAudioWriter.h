@@ -41,6 +41,10 @@ public:
     void pause();
     void resume();
 
+    /// Brings what has come in to the disk, but for the second (while a source is stalled, up to ten) that the two
+    /// channels still wait for each other. The recording goes on.
+    base::Task<void> flush();
+
     /// Ends the recording, whose sources have stopped, and saves it.
     base::Task<RecordingStopOutcome> stop();
 
