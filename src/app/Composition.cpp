@@ -12,15 +12,13 @@
 #include "app/InstanceLock.h"
 #include "app/NetworkLoop.h"
 #include "app/RecordCommand.h"
+#include "app/RecorderKit.h"
 #include "app/RecoverCommand.h"
 #include "app/SettingsCommands.h"
 #include "app/ShowCommand.h"
 #include "app/TranscriptionCommands.h"
 #include "app/TranscriptionKit.h"
-#include "audio/AudioLevelMonitor.h"
-#include "audio/AudioRecorder.h"
 #include "audio/RecordingFiles.h"
-#include "audio/StereoAudioWriter.h"
 #include "base/TaskScope.h"
 #include "base/Text.h"
 #include "base/Uuid.h"
@@ -34,13 +32,11 @@
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/FfmpegLengths.h"
 #include "platform/linux/ffmpeg/MediaError.h"
-#include "platform/linux/ffmpeg/SwrConverter.h"
 #include "platform/linux/posix/Memory.h"
 #include "platform/linux/posix/PosixLocalTime.h"
 #include "platform/linux/posix/RandomBytes.h"
 #include "platform/linux/posix/XdgFolders.h"
 #include "platform/linux/pulse/PulseAudioDevices.h"
-#include "platform/linux/pulse/PulseCaptureBackend.h"
 #include "platform/linux/pulse/SoundServerLink.h"
 #include "services/telemetry/NoAnalyticsSink.h"
 
@@ -342,29 +338,27 @@ ExitCode Composition::recordOnly(const RecordOptions& options, Settings& stored,
     auto& settings = stored.settings;
     core::AppState state(loop_);
 
-    posix::PosixLocalTime localTime;
     pulse::SoundServerLink server(loop_);
-    pulse::PulseAudioDevices devices(server);
-    pulse::PulseCaptureBackend captures(loop_);
-    ffmpeg::SwrConverterFactory converters;
-    ffmpeg::AacEncoderFactory encoders;
-    audio::AudioLevelMonitor levels(loop_);
-    const auto incompleteFolder = audio::incompleteFolder(folders_);
-    audio::StereoAudioWriter writer(loop_, files_, converters, encoders, incompleteFolder);
-    const audio::AudioRecorder::Surroundings surroundings{loop_, files_,  localTime, settings,
-                                                          state, devices, captures,  levels};
-    audio::AudioRecorder recorder(surroundings, writer, incompleteFolder);
-
+    RecorderKit kit({loop_, files_, folders_, settings, state, server});
+    auto& recorder = kit.recorder();
+    auto& levels = kit.levels();
     const RecordingControls controls{
         [&](auto output) { return recorder.startRecording(std::nullopt, std::move(output)); },
         [&] { return recorder.stopRecording(); },
         [&] { recorder.pauseRecording(); },
         [&] { recorder.resumeRecording(); },
-        [&] { return writer.encodingProgress.get(); },
+        [&] { return kit.writer().encodingProgress.get(); },
     };
-    const RecordCommand::Parts parts{
-        loop_,    files_,           settings, state, devices, levels.microphoneLevel, levels.systemAudioLevel,
-        controls, incompleteFolder, console_};
+    const RecordCommand::Parts parts{loop_,
+                                     files_,
+                                     settings,
+                                     state,
+                                     kit.devices(),
+                                     levels.microphoneLevel,
+                                     levels.systemAudioLevel,
+                                     controls,
+                                     kit.incompleteFolder(),
+                                     console_};
     RecordCommand command(options, parts, {[this](ExitCode code) { finish(code); }, [this] { leaveAtOnce(); }});
     interrupt_ = [&command] { command.interrupt(); };
     network_->run();
