@@ -14,6 +14,7 @@
 #include "core/PreferencesOverlay.h"
 #include "support/CrashingFiles.h"
 #include "support/ManualRuntime.h"
+#include "support/QuietDesktop.h"
 
 namespace tessivox::app {
 namespace {
@@ -26,15 +27,6 @@ const Path kSettings = kHome / ".config/Tessivox/settings.json";
 const Path kIncomplete = kHome / ".local/share/Tessivox/Incomplete";
 const Path kRecordings = kHome / "Documents/TessivoxRecordings";
 const base::StandardFolders kFolders{kHome / "Documents", kHome / ".local/share", kHome / ".config", "/tmp"};
-
-struct NoChooser final : core::FolderChooser {
-    base::Task<std::optional<Path>> chooseFolder(std::string, std::string) override { co_return std::nullopt; }
-};
-
-struct NoLoginItem final : core::LoginItem {
-    void registerItem() override {}
-    void unregisterItem() override {}
-};
 
 /// A recorder that starts and stops as slowly as it is told to.
 struct FakeRecorder {
@@ -70,8 +62,8 @@ class RecordCommandTest : public ::testing::Test {
 protected:
     testing::ManualRuntime time;
     testing::CrashingFiles files;
-    NoChooser chooser;
-    NoLoginItem loginItem;
+    testing::NoChooser chooser;
+    testing::NoLoginItem loginItem;
     core::JsonPreferences store{files, time, kSettings, [](const auto& sentence) { ADD_FAILURE() << sentence; }};
     core::PreferencesOverlay overlay{store};
     core::AppSettings settings{overlay, files, kFolders, chooser, loginItem};

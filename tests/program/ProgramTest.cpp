@@ -9,76 +9,25 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "support/SoundServer.h"
+#include "program/ProgramHome.h"
 
 namespace tessivox::testing {
 namespace {
 
-using Path = std::filesystem::path;
-using Arguments = std::vector<std::string>;
-
-const char* const kProgram = TESSIVOX_PROGRAM;
-
-/// The real program, in a home of its own, on a private sound server.
-class ProgramTest : public ::testing::Test {
+/// On a private sound server.
+class ProgramTest : public ProgramHome {
 protected:
     static void SetUpTestSuite() { server = new SoundServer(SoundServerKind::pulseAudio); }
     static void TearDownTestSuite() { delete server; }
 
-    void SetUp() override {
-        std::string pattern = "/tmp/tessivox-program-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        home = pattern;
-    }
-    ~ProgramTest() override { std::filesystem::remove_all(home); }
-
-    Arguments environment(const std::string& address) const {
-        return {"HOME=" + home.string(),
-                "XDG_CONFIG_HOME=" + (home / "config").string(),
-                "XDG_DATA_HOME=" + (home / "data").string(),
-                "XDG_RUNTIME_DIR=" + home.string(),
-                "PULSE_SERVER=" + address,
-                "ERRORS=" + errors.string()};
-    }
-    /// Standard error goes to a file.
-    ChildProcess start(const Arguments& arguments, const std::string& prelude = "",
-                       const std::string& address = server->address()) {
-        errors = home / "errors";
-        Arguments command{"sh", "-c", prelude + "exec \"$0\" \"$@\" 2>\"$ERRORS\"", kProgram};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        return {command, environment(address)};
-    }
-    std::string errorText() const {
-        std::ifstream file(errors);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    std::vector<Path> filesIn(const Path& folder) const {
-        if (!std::filesystem::exists(folder)) return {};
-        return {std::filesystem::directory_iterator(folder), {}};
-    }
-    std::vector<Path> temporaries() const { return filesIn(home / "data/Tessivox/Incomplete"); }
-    std::uintmax_t temporarySize() const {
-        const auto found = temporaries();
-        return found.empty() ? 0 : std::filesystem::file_size(found.front());
-    }
-    /// Waits until that much of the recording has reached its temporary file.
-    bool reaches(std::uintmax_t bytes) const {
-        for (int tries = 0; tries < 2000; ++tries) {
-            if (temporarySize() >= bytes) return true;
-            poll(nullptr, 0, 10);
-        }
-        return false;
-    }
+    ProgramTest() { soundServer = server->address(); }
 
     static constexpr std::uintmax_t kOneSecond = 48000 * 8;
     static inline SoundServer* server = nullptr;
-    Path home;
-    Path errors;
 };
 
 TEST_F(ProgramTest, SavesAfterTheTimeGivenAndSaysNothingButThePath) {
@@ -86,7 +35,7 @@ TEST_F(ProgramTest, SavesAfterTheTimeGivenAndSaysNothingButThePath) {
     auto program = start({"record", "--for", "1s", "--output", output.string(), "--quality", "low"});
     EXPECT_EQ(program.readAll(), output.string() + "\n");
     EXPECT_EQ(program.wait(), 0);
-    EXPECT_EQ(errorText(), "");
+    EXPECT_EQ(errors(), "");
     EXPECT_GT(std::filesystem::file_size(output), 1000U);
     EXPECT_TRUE(temporaries().empty());
     EXPECT_FALSE(std::filesystem::exists(home / "config/Tessivox/settings.json"));
@@ -99,12 +48,12 @@ TEST_F(ProgramTest, StopsAndSavesOnEachSignalThatAsksForAnEnd) {
         ::kill(program.pid(), signal);
         EXPECT_EQ(program.readAll(), (home / (std::to_string(signal) + ".m4a\n")).string());
         EXPECT_EQ(program.wait(), 0);
-        EXPECT_EQ(errorText(), "");
+        EXPECT_EQ(errors(), "");
     }
 }
 
 TEST_F(ProgramTest, GoesOnAfterAHangUpWhenStartedByNohup) {
-    auto program = start({"record"}, "trap '' HUP; ");
+    auto program = start({"record"}, "errors", "trap '' HUP; ");
     ASSERT_TRUE(reaches(kOneSecond));
     ::kill(program.pid(), SIGHUP);
     EXPECT_TRUE(reaches(temporarySize() + kOneSecond));
@@ -120,12 +69,12 @@ TEST_F(ProgramTest, LeavesTheTemporaryFileAtASecondInterruptionForALaterRecovery
     EXPECT_EQ(program.readAll(), "");
     EXPECT_EQ(program.wait(), 1);
     ASSERT_EQ(temporaries().size(), 1U);
-    EXPECT_NE(errorText().find(temporaries().front().string()), std::string::npos) << errorText();
+    EXPECT_NE(errors().find(temporaries().front().string()), std::string::npos) << errors();
 
     auto recovery = start({"recover"});
     const auto printed = recovery.readAll();
-    EXPECT_EQ(recovery.wait(), 0) << errorText();
-    const auto made = filesIn(home / "Documents/TessivoxRecordings");
+    EXPECT_EQ(recovery.wait(), 0) << errors();
+    const auto made = filesIn(recordings);
     ASSERT_EQ(made.size(), 1U);
     EXPECT_EQ(printed, made.front().string() + "\n");
     EXPECT_TRUE(temporaries().empty());
@@ -137,11 +86,8 @@ TEST_F(ProgramTest, RestoresAKilledRecordingAtTheNextStart) {
     recording.stop(SIGKILL);
     ASSERT_EQ(temporaries().size(), 1U);
     auto program = start({"run", "--headless"});
-    const std::string announcement = "Recovered interrupted recording\n";
-    for (int tries = 0; tries < 2000 && errorText().find(announcement) == std::string::npos; ++tries)
-        poll(nullptr, 0, 10);
-    EXPECT_NE(errorText().find(announcement), std::string::npos) << errorText();
-    EXPECT_EQ(filesIn(home / "Documents/TessivoxRecordings").size(), 1U);
+    EXPECT_TRUE(says("Recovered interrupted recording\n")) << errors();
+    EXPECT_EQ(filesIn(recordings).size(), 1U);
     EXPECT_TRUE(temporaries().empty());
     ::kill(program.pid(), SIGTERM);
     EXPECT_EQ(program.wait(), 0);
@@ -152,14 +98,14 @@ TEST_F(ProgramTest, SavesWholeFilesEvenIfNobodyReadsThePath) {
     const std::string readerGone = "mkfifo \"$HOME/pipe\"; : <\"$HOME/pipe\" & exec >\"$HOME/pipe\"; wait; ";
     for (const auto& prelude : {closed, readerGone}) {
         const auto output = home / (std::to_string(prelude.size()) + ".m4a");
-        auto program = start({"record", "--output", output.string()}, prelude);
+        auto program = start({"record", "--output", output.string()}, "errors", prelude);
         ASSERT_TRUE(reaches(kOneSecond));
         if (prelude == closed) {
             const auto stream = "/proc/" + std::to_string(program.pid()) + "/fd/1";
             EXPECT_EQ(std::filesystem::read_symlink(stream), "/dev/null") << "a file of the recording could be there";
         }
         ::kill(program.pid(), SIGINT);
-        EXPECT_EQ(program.wait(), 0) << errorText();
+        EXPECT_EQ(program.wait(), 0) << errors();
         EXPECT_GT(std::filesystem::file_size(output), 1000U);
     }
 }
@@ -184,10 +130,11 @@ TEST_F(ProgramTest, EndsWithTheStatusAndTheSentenceForEachMistake) {
         {{"devices", "--json"}, "unix:/nowhere", 1, "start PipeWire or PulseAudio"},
     };
     for (const auto& mistake : mistakes) {
-        auto program = start(mistake.arguments, "", mistake.address);
+        soundServer = mistake.address;
+        auto program = start(mistake.arguments);
         EXPECT_EQ(program.readAll(), "");
         EXPECT_EQ(program.wait(), mistake.status) << mistake.sentence;
-        const auto text = errorText();
+        const auto text = errors();
         EXPECT_NE(text.find(mistake.sentence), std::string::npos) << text;
         EXPECT_EQ(text.find('\n'), text.size() - 1) << "more than one line: " << text;
     }
@@ -247,7 +194,7 @@ private:
 
 TEST_F(ProgramTest, ShowsTimeAndLevelsInATerminalAndTakesKeys) {
     const auto tone = server->play("micfeed", {"sine", "440"});
-    TerminalSession session({kProgram, "record", "--system", "off"}, environment(server->address()));
+    TerminalSession session({TESSIVOX_PROGRAM, "record", "--system", "off"}, environment());
     ASSERT_TRUE(session.shows("Recording 00:01  mic [#")) << session.seen();
     EXPECT_EQ(session.seen().find("system"), std::string::npos);
     EXPECT_FALSE(session.echoes());

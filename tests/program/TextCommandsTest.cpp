@@ -1,57 +1,28 @@
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "support/SoundServer.h"
+#include "program/ProgramHome.h"
 #include "support/StubServer.h"
 
 namespace tessivox::testing {
 namespace {
 
-using Path = std::filesystem::path;
-using Arguments = std::vector<std::string>;
-
-/// The program itself, in a home of its own with one recording, and a server that says what it is told to.
-class TextCommandsTest : public ::testing::Test {
+/// With one recording, and a server that says what it is told to.
+class TextCommandsTest : public ProgramHome {
 protected:
-    void SetUp() override {
-        std::string pattern = "/tmp/tessivox-text-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        home = pattern;
-        std::filesystem::create_directories(recordings());
-        std::filesystem::create_directory(home / "run");
+    TextCommandsTest() {
+        serverURL = server.url("/api");
+        std::filesystem::create_directories(recordings);
         put("a talk.m4a", "sound");
     }
-    ~TextCommandsTest() override { std::filesystem::remove_all(home); }
+    void put(const std::string& name, const std::string& text) const { std::ofstream(recordings / name) << text; }
 
-    Path recordings() const { return home / "Documents/TessivoxRecordings"; }
-    void put(const std::string& name, const std::string& text) const { std::ofstream(recordings() / name) << text; }
-    static std::string textOf(const Path& file) {
-        std::ifstream stream(file);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-    std::string errors() const { return textOf(home / "errors"); }
-
-    ChildProcess start(const Arguments& arguments) const {
-        std::filesystem::remove(home / "errors");
-        Arguments command{"sh", "-c", "exec \"$0\" \"$@\" 2>\"$ERRORS\"", TESSIVOX_PROGRAM};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        return {command,
-                {"HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / "config").string(),
-                 "XDG_DATA_HOME=" + (home / "data").string(), "XDG_STATE_HOME=" + (home / "state").string(),
-                 "XDG_RUNTIME_DIR=" + (home / "run").string(), "PULSE_SERVER=unix:/nowhere", "TESSIVOX_ANALYTICS_URL=",
-                 "TESSIVOX_CRASH_URL=", "TESSIVOX_SERVER=" + serverURL, "ERRORS=" + (home / "errors").string()}};
-    }
     struct Outcome {
         int status = -1;
         std::string output;
@@ -63,11 +34,6 @@ protected:
         outcome.status = program.wait();
         return outcome;
     }
-    static bool becomesTrue(const std::function<bool()>& condition) {
-        for (int tries = 0; tries < 2000 && !condition(); ++tries) poll(nullptr, 0, 10);
-        return condition();
-    }
-
     void serverTakes() { server.willAnswer(json(R"({"task_id": "t", "status": "pending"})")); }
     void serverIsBusy() { server.willAnswer(json(R"({"task_id": "t", "status": "processing"})")); }
     void serverGives(const std::string& text) {
@@ -77,9 +43,7 @@ protected:
         server.willAnswer(json(reply.dump()));
     }
 
-    Path home;
     StubServer server;
-    std::string serverURL = server.url("/api");
 
 private:
     static StubServer::Answer json(const std::string& body) {
@@ -92,7 +56,7 @@ TEST_F(TextCommandsTest, ShowsTheTextsBesideARecording) {
     put("a talk.summary.txt", "# Title: A talk\n\n## Summary\nThey **met**.\n");
     EXPECT_EQ(run({"show", "a talk"}).output, "[00:01] Speaker A: Good morning.\n[00:04] Speaker B: 1 < 2\n");
     EXPECT_EQ(run({"show", "a talk", "--summary"}).output, "A talk\n\nSummary\nThey met.\n");
-    const auto captions = run({"show", (recordings() / "a talk.txt").string(), "--format=vtt"});
+    const auto captions = run({"show", (recordings / "a talk.txt").string(), "--format=vtt"});
     EXPECT_EQ(captions.status, 0);
     EXPECT_EQ(captions.output,
               "WEBVTT\n\n00:00:01.000 --> 00:00:04.000\n<v Speaker A>Good morning.\n\n"
@@ -101,7 +65,7 @@ TEST_F(TextCommandsTest, ShowsTheTextsBesideARecording) {
     EXPECT_EQ(known.at("title"), "a talk");
     EXPECT_EQ(known.at("segments").size(), 2U);
 
-    std::filesystem::remove(recordings() / "a talk.txt");
+    std::filesystem::remove(recordings / "a talk.txt");
     const auto missing = run({"show", "a talk"});
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.output, "");
@@ -113,8 +77,8 @@ TEST_F(TextCommandsTest, TranscribesAtTheServerThatItIsGiven) {
     serverGives("[00:01] Speaker A: Hello.\n");
     const auto made = run({"transcribe", "a talk"});
     EXPECT_EQ(made.status, 0) << errors();
-    EXPECT_EQ(made.output, (recordings() / "a talk.txt").string() + "\n");
-    EXPECT_EQ(textOf(recordings() / "a talk.txt"), "[00:01] Speaker A: Hello.\n");
+    EXPECT_EQ(made.output, (recordings / "a talk.txt").string() + "\n");
+    EXPECT_EQ(textOf(recordings / "a talk.txt"), "[00:01] Speaker A: Hello.\n");
     ASSERT_EQ(server.requests().size(), 2U);
     EXPECT_EQ(server.requests().front().find("POST /api/transcribe/submit "), 0U);
 
@@ -136,7 +100,7 @@ TEST_F(TextCommandsTest, WhatAnInterruptionLeavesTheNextRunFetches) {
 
     serverGives("[00:01] Speaker A: Hello.\n");
     auto program = start({"run", "--headless"});
-    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings() / "a talk.txt"); })) << errors();
+    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings / "a talk.txt"); })) << errors();
     EXPECT_TRUE(becomesTrue([&] { return textOf(pending) == "[]"; })) << textOf(pending);
     ::kill(program.pid(), SIGTERM);
     EXPECT_EQ(program.wait(), 0);
@@ -152,7 +116,7 @@ TEST_F(TextCommandsTest, WhoRunsAllDayTakesOverTheWait) {
     const auto left = run({"transcribe", "a talk"});
     EXPECT_EQ(left.status, 0) << errors();
     EXPECT_NE(errors().find("saves the transcript"), std::string::npos) << errors();
-    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings() / "a talk.txt"); }));
+    EXPECT_TRUE(becomesTrue([&] { return std::filesystem::exists(recordings / "a talk.txt"); }));
     ::kill(program.pid(), SIGTERM);
     EXPECT_EQ(program.wait(), 0);
 }

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <numeric>
 #include <set>
@@ -13,12 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "support/SoundServer.h"
+#include "program/ProgramHome.h"
 
 namespace tessivox::testing {
 namespace {
 
-using Path = std::filesystem::path;
 using Words = std::vector<std::string>;
 
 struct Turn {
@@ -64,47 +60,9 @@ double wordErrorRate(const Words& said, const Words& heard) {
 }
 
 /// The programs as a user has them: a sound server, a dialogue that is really spoken, no settings, no account.
-class WholeRoadTest : public ::testing::Test {
+class WholeRoadTest : public ProgramHome {
 protected:
-    void SetUp() override {
-        std::string pattern = "/tmp/tessivox-road-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        home = pattern;
-        std::filesystem::create_directory(home / "run");
-        std::filesystem::permissions(home / "run", std::filesystem::perms::owner_all);
-    }
-    ~WholeRoadTest() override { std::filesystem::remove_all(home); }
-
-    ChildProcess start(std::vector<std::string> arguments) const {
-        std::vector<std::string> command{"sh", "-c", "exec \"$0\" \"$@\" 2>>\"$ERRORS\"", TESSIVOX_PROGRAM};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        return {command,
-                {"HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / "config").string(),
-                 "XDG_DATA_HOME=" + (home / "data").string(), "XDG_STATE_HOME=" + (home / "state").string(),
-                 "XDG_RUNTIME_DIR=" + (home / "run").string(), "PULSE_SERVER=" + server.address(),
-                 "TESSIVOX_SERVER=", "ERRORS=" + (home / "errors").string()}};
-    }
-    static std::string textOf(const Path& file) {
-        std::ifstream stream(file);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-    std::string errors() const { return textOf(home / "errors"); }
-    bool soundArrives() const {
-        const auto incomplete = home / "data/Tessivox/Incomplete";
-        const auto holdsSound = [](const Path& file) {
-            std::error_code gone;
-            const auto size = std::filesystem::file_size(file, gone);
-            return !gone && size > 4096;
-        };
-        for (int tries = 0; tries < 2000; ++tries) {
-            if (std::filesystem::exists(incomplete)) {
-                for (const auto& entry : std::filesystem::directory_iterator(incomplete))
-                    if (holdsSound(entry.path())) return true;
-            }
-            poll(nullptr, 0, 10);
-        }
-        return false;
-    }
+    WholeRoadTest() { soundServer = server.address(); }
     void speak(const Turn& turn) {
         const auto file = (home / "turn.wav").string();
         server.run({"flite", "-voice", turn.voice, "-t", turn.words, "-o", file});
@@ -112,12 +70,11 @@ protected:
     }
 
     SoundServer server{SoundServerKind::pulseAudio};
-    Path home;
 };
 
 TEST_F(WholeRoadTest, WhatTwoPeopleSayIsReadBesideTheirRecordingWithASummary) {
     auto program = start({"record", "--transcribe"});
-    ASSERT_TRUE(soundArrives()) << errors();
+    ASSERT_TRUE(reaches(5000)) << errors();
     for (const auto& turn : kDialogue) speak(turn);
     ::kill(program.pid(), SIGINT);
     const Path recording = program.readLine(120000);
