@@ -89,8 +89,38 @@ void HeadlessApp::fillSteps() {
     steps_[LaunchStep::startCrashReporting] = [this] { crashReporter_.start(); };
     steps_[LaunchStep::startAnalytics] = [this] { analytics_.start(); };
     steps_[LaunchStep::startRecovery] = [this] { tasks_.start(recover()); };
-    steps_[LaunchStep::resumeTranscriptions] = [this] { transcription_.service().resumePendingTranscriptions(); };
+    steps_[LaunchStep::resumeTranscriptions] = [this] { resumeTranscriptions(); };
+    steps_[LaunchStep::wireRecordingController] = [this] { watchCalls(); };
 }
+
+void HeadlessApp::resumeTranscriptions() {
+    auto& service = transcription_.service();
+    service.resumePendingTranscriptions();
+    for (const auto& [recording, length] : detection::LeftTranscriptions(preferences_).take()) {
+        if (around_.files.exists(recording))
+            tasks_.start(
+                service.transcribeAndSummarize(recording, transcription::TranscriptionSource::automatic, length));
+    }
+}
+
+void HeadlessApp::watchCalls() {
+    detection_.emplace(
+        DetectionKit::Surroundings{{around_.loop, around_.files, around_.folders, settings_, state_, server_},
+                                   around_.console,
+                                   preferences_,
+                                   storage_,
+                                   transcription_.service(),
+                                   alerts_,
+                                   analytics_,
+                                   crashReporter_,
+                                   [this] { return permissionManager_->canRecord(); },
+                                   [this] { app_->delegate().terminateNow(); }});
+    errors_ = state_.lastError.observe([this](const auto& error) {
+        if (error) around_.console.message(error->description());
+    });
+}
+
+void HeadlessApp::terminateNow() { app_->delegate().terminateNow(); }
 
 base::Task<void> HeadlessApp::recover() {
     auto incomplete = audio::incompleteFolder(around_.folders);

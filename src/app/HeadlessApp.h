@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/Console.h"
+#include "app/DetectionKit.h"
 #include "app/Headless.h"
 #include "app/RecoveryRun.h"
 #include "app/TranscriptionKit.h"
@@ -60,8 +61,9 @@ public:
     HeadlessApp& operator=(const HeadlessApp&) = delete;
     ~HeadlessApp();
 
-    /// The answer to a signal: "Quit Anyway", since nobody can be asked.
-    void terminateNow() { app_->delegate().terminateNow(); }
+    /// The answer to a signal: "Quit Anyway", since nobody can be asked. While a recording is saved at the session's
+    /// end, which signals are part of, only a second one ends the program at once.
+    void terminateNow();
 
 private:
     Surroundings around_;
@@ -90,10 +92,15 @@ private:
     RecoveryRun recovery_;
     gio::GioNetworkPath networkPath_;
     TranscriptionKit transcription_;
+    std::optional<DetectionKit> detection_;
+    bool isToldToEnd_ = false;
+    base::Subscription errors_;
     base::TaskScope tasks_;
 
     telemetry::TelemetrySinks::Surroundings telemetrySurroundings();
     void fillSteps();
+    void watchCalls();
+    void resumeTranscriptions();
     base::Task<void> recover();
     void showPane(core::PrivacyPane pane);
 };

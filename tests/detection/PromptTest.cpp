@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "RecordingWorld.h"
+#include "support/RecordingWorld.h"
 #include "detection/ToastPlacement.h"
 
 namespace tessivox::detection {

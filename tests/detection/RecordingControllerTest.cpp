@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "RecordingWorld.h"
+#include "support/RecordingWorld.h"
 
 namespace tessivox::detection {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "RecordingWorld.h"
+#include "support/RecordingWorld.h"
 #include "audio/CafFile.h"
 #include "detection/LeftTranscriptions.h"
 #include "support/FakeSession.h"
