@@ -33,6 +33,8 @@ _tessivox() {
         rename:* | trash:*) words='--verbose --help' files=1 ;;
         recover:*) words='--verbose --help' ;;
         run:*) words="--headless $network --verbose --help" ;;
+        start:* | stop:* | pause:* | resume:* | toggle:*) words='--verbose --help' ;;
+        status:*) words='--json --verbose --help' ;;
         devices:*) words='--json --verbose --help' ;;
         get:*) words="$keys --verbose --help" ;;
         set:audioQuality) words='low medium high' ;;
@@ -43,7 +45,7 @@ _tessivox() {
         set:*) words='on off --verbose --help' ;;
         exclude:exclude) words='list add remove --json --verbose --help' ;;
         exclude:*) words='--json --verbose --help' files=1 ;;
-        :*) words="record import transcribe summarize list show rename trash recover run get set exclude usage devices --version $network --verbose --help" ;;
+        :*) words="record import transcribe summarize list show rename trash recover run start stop pause resume toggle status get set exclude usage devices --version $network --verbose --help" ;;
     esac
 
     COMPREPLY=()

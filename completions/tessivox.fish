@@ -15,6 +15,12 @@ complete -c tessivox -n __fish_use_subcommand -a run -d 'stay ready in the backg
 complete -c tessivox -n __fish_use_subcommand -a get -d 'print the settings'
 complete -c tessivox -n __fish_use_subcommand -a set -d 'change a setting'
 complete -c tessivox -n __fish_use_subcommand -a exclude -d 'the applications that are never taken for a call'
+complete -c tessivox -n __fish_use_subcommand -a start -d 'let the program in the background record'
+complete -c tessivox -n __fish_use_subcommand -a stop -d 'stop and save its recording'
+complete -c tessivox -n __fish_use_subcommand -a pause -d 'pause its recording'
+complete -c tessivox -n __fish_use_subcommand -a resume -d 'go on with its recording'
+complete -c tessivox -n __fish_use_subcommand -a toggle -d 'start or stop, whichever is due'
+complete -c tessivox -n __fish_use_subcommand -a status -d 'tell what it does'
 complete -c tessivox -n __fish_use_subcommand -a usage -d 'tell how many transcriptions the server has left'
 complete -c tessivox -n __fish_use_subcommand -a devices -d 'list the microphones'
 complete -c tessivox -n __fish_use_subcommand -l version -d 'print the version'
@@ -46,3 +52,4 @@ complete -c tessivox -n '__fish_seen_subcommand_from exclude' -l json -d 'print 
 complete -c tessivox -n '__fish_seen_subcommand_from exclude; and __fish_seen_subcommand_from add remove' -F
 complete -c tessivox -n '__fish_seen_subcommand_from run' -l headless -d 'without windows and status icon'
 complete -c tessivox -n '__fish_seen_subcommand_from devices' -l json -d 'print one JSON object'
+complete -c tessivox -n '__fish_seen_subcommand_from status' -l json -d 'print one JSON object'

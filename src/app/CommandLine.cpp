@@ -20,6 +20,7 @@ namespace {
 
 using base::filled;
 using base::localized;
+using core::ProgramRequest;
 
 constexpr std::int64_t kLongestRecording = std::int64_t{1000} * 3600;  // seconds
 constexpr std::size_t kLongestBaseName = 243;                          // bytes, so that the names of all its files fit
@@ -86,6 +87,15 @@ Syntax<DevicesOptions> devicesSyntax() {
 
 Syntax<RunOptions> runSyntax() {
     return {"run", {{"--headless", "", [](auto& options, auto&) { return options.isHeadless = true; }}}, {}};
+}
+
+Command parseControl(std::string_view name, ProgramRequest request, Arguments rest) {
+    Syntax<ControlOptions> syntax{name, {}, {}};
+    if (request == ProgramRequest::status)
+        syntax.options.push_back({"--json", "", [](auto& options, auto&) { return options.asJSON = true; }});
+    auto command = parseWith(syntax, rest);
+    if (auto* options = std::get_if<ControlOptions>(&command)) options->request = request;
+    return command;
 }
 
 Syntax<ListOptions> listSyntax() {
@@ -204,6 +214,12 @@ constexpr KnownCommand kCommands[] = {
     {"get", kGetHelp, [](Arguments rest) { return parseWith(getSyntax(), rest); }},
     {"set", kSetHelp, [](Arguments rest) { return parseWith(setSyntax(), rest); }},
     {"exclude", kExcludeHelp, parseExclude},
+    {"start", kStartHelp, [](Arguments rest) { return parseControl("start", ProgramRequest::start, rest); }},
+    {"stop", kStopHelp, [](Arguments rest) { return parseControl("stop", ProgramRequest::stop, rest); }},
+    {"pause", kPauseHelp, [](Arguments rest) { return parseControl("pause", ProgramRequest::pause, rest); }},
+    {"resume", kResumeHelp, [](Arguments rest) { return parseControl("resume", ProgramRequest::resume, rest); }},
+    {"toggle", kToggleHelp, [](Arguments rest) { return parseControl("toggle", ProgramRequest::toggle, rest); }},
+    {"status", kStatusHelp, [](Arguments rest) { return parseControl("status", ProgramRequest::status, rest); }},
     {"usage", kUsageHelp, [](Arguments rest) { return parseWith(usageSyntax(), rest); }},
     {"devices", kDevicesHelp, [](Arguments rest) { return parseWith(devicesSyntax(), rest); }},
 };

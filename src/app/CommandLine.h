@@ -9,6 +9,7 @@
 
 #include "base/Units.h"
 #include "core/AudioQuality.h"
+#include "core/ports/RunningProgram.h"
 
 namespace tessivox::app {
 
@@ -59,6 +60,12 @@ struct DevicesOptions {
 /// `tessivox run`: the program itself, until it is told to end.
 struct RunOptions {
     bool isHeadless = false;
+};
+
+/// `tessivox start`, `stop`, `pause`, `resume`, `toggle` and `status`.
+struct ControlOptions {
+    core::ProgramRequest request = core::ProgramRequest::status;
+    bool asJSON = false;
 };
 
 /// `tessivox list`.
@@ -119,9 +126,10 @@ struct UsageError {
     std::string sentence;
 };
 
-using Command = std::variant<RecordOptions, ImportOptions, TranscribeOptions, SummarizeOptions, UsageOptions,
-                             DevicesOptions, RunOptions, ListOptions, ShowOptions, RenameOptions, TrashOptions,
-                             RecoverOptions, GetOptions, SetOptions, ExcludeOptions, Information, UsageError>;
+using Command =
+    std::variant<RecordOptions, ImportOptions, TranscribeOptions, SummarizeOptions, UsageOptions, DevicesOptions,
+                 RunOptions, ControlOptions, ListOptions, ShowOptions, RenameOptions, TrashOptions, RecoverOptions,
+                 GetOptions, SetOptions, ExcludeOptions, Information, UsageError>;
 
 struct CommandLine {
     Command command;

@@ -32,6 +32,9 @@
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/FfmpegLengths.h"
 #include "platform/linux/ffmpeg/MediaError.h"
+#include "platform/linux/gio/BusAddresses.h"
+#include "platform/linux/gio/BusThread.h"
+#include "platform/linux/gio/ControlClient.h"
 #include "platform/linux/posix/Memory.h"
 #include "platform/linux/posix/PosixLocalTime.h"
 #include "platform/linux/posix/RandomBytes.h"
@@ -250,10 +253,11 @@ ExitCode Composition::exclude(const ExcludeOptions& options) {
 }
 
 ExitCode Composition::run() {
-    const auto lock = takeInstanceLock(files_, posix::runtimeFolder(posix::processEnvironment()), folders_.state);
+    auto lock = takeLock();
     if (!lock) {
-        console_.message(base::localized("Tessivox is already running."));
-        return ExitCode::done;
+        const auto takesLock = [&] { return (lock = takeLock()) != nullptr; };
+        const auto code = askRunning([&](const ControlParts& parts) { return reachFirst(parts, takesLock); });
+        if (!lock) return code;
     }
     const auto environment = posix::processEnvironment();
     HeadlessApp app({loop_,
@@ -270,9 +274,23 @@ ExitCode Composition::run() {
     return ExitCode::done;
 }
 
+ExitCode Composition::control(const ControlOptions& options) {
+    return askRunning([&](const ControlParts& parts) { return controlCommand(options, parts); });
+}
+
+ExitCode Composition::askRunning(const std::function<base::Task<ExitCode>(const ControlParts&)>& command) {
+    gio::BusThread bus(loop_, gio::busAddresses(posix::processEnvironment()));
+    gio::ControlClient program(bus);
+    return runTask(command({loop_, program, [this] { return isSomebodyRunning(); }, console_}));
+}
+
+std::unique_ptr<base::File> Composition::takeLock() {
+    return takeInstanceLock(files_, posix::runtimeFolder(posix::processEnvironment()), folders_.state);
+}
+
 bool Composition::isSomebodyRunning() {
     try {
-        return !takeInstanceLock(files_, posix::runtimeFolder(posix::processEnvironment()), folders_.state);
+        return !takeLock();
     } catch (const base::Error&) {
         return false;  // nobody can have taken it
     }

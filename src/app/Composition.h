@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "app/CommandLine.h"
+#include "app/ControlCommand.h"
 #include "app/ExitCode.h"
 #include "app/LibraryCommands.h"
 #include "app/TerminalConsole.h"
@@ -49,6 +50,8 @@ public:
     ExitCode exclude(const ExcludeOptions& options);
     /// The program itself, without windows, until a signal ends it.
     ExitCode run();
+    /// Asks that program for something.
+    ExitCode control(const ControlOptions& options);
 
 private:
     struct Settings;
@@ -79,7 +82,9 @@ private:
                          const std::function<base::Task<ExitCode>(LibraryCommands&)>& command);
     ExitCode recordOnly(const RecordOptions& options, Settings& stored, std::optional<std::filesystem::path>& saved);
     base::Task<ExitCode> onceSaved(const core::JsonPreferences& store, ExitCode code);
+    std::unique_ptr<base::File> takeLock();
     bool isSomebodyRunning();
+    ExitCode askRunning(const std::function<base::Task<ExitCode>(const ControlParts&)>& command);
 };
 
 }  // namespace tessivox::app

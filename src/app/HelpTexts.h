@@ -22,6 +22,12 @@ Usage:
   tessivox set KEY VALUE        change a setting
   tessivox exclude list|add|remove
                                 the applications that are never taken for a call
+  tessivox start                let the program that runs in the background record
+  tessivox stop                 stop and save its recording
+  tessivox pause                pause its recording
+  tessivox resume               go on with its recording
+  tessivox toggle               start or stop, whichever is due: for a keyboard shortcut
+  tessivox status [--json]      tell what it does
   tessivox usage                tell how many transcriptions the server has left
   tessivox devices [--json]     list the microphones
   tessivox --version
@@ -166,7 +172,9 @@ Exit status: 0 listed, 1 no sound server, 2 wrong usage.
 
 inline constexpr std::string_view kRunHelp =
     R"(Starts the program and lets it run until it is told to end. Interrupted recordings are finished first, in the
-background, and transcripts are fetched that earlier runs and other commands are waiting for. Only one runs for each user; a second one says so and ends.
+background, and transcripts are fetched that earlier runs and other commands are waiting for. Only one runs for
+each user; a second one brings the first forward, says so and ends. The commands start, stop, pause, resume, toggle
+and status reach it over the session bus, where there is one.
 
 Usage:
   tessivox run --headless
@@ -181,6 +189,90 @@ Options:
 Ctrl-C, SIGTERM and SIGHUP end it at once. A recording that runs is not stopped; the next start finishes it.
 
 Exit status: 0 ended or already running, 1 failed, 2 wrong usage.
+)";
+
+inline constexpr std::string_view kStartHelp =
+    R"(Lets the program that `tessivox run` has started record, and waits until it does.
+
+Usage:
+  tessivox start
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 it records, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run.
+)";
+
+inline constexpr std::string_view kStopHelp =
+    R"(Stops the recording of the program that `tessivox run` has started, waits until it is saved and writes its path to
+standard output. Ctrl-C ends the wait, not the saving.
+
+Usage:
+  tessivox stop
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 saved, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run, 4 nothing was recorded.
+)";
+
+inline constexpr std::string_view kPauseHelp =
+    R"(Pauses the recording of the program that `tessivox run` has started. What is heard meanwhile is left out.
+
+Usage:
+  tessivox pause
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 it pauses, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run.
+)";
+
+inline constexpr std::string_view kResumeHelp =
+    R"(Goes on with a recording that `tessivox pause` has paused.
+
+Usage:
+  tessivox resume
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 it records again, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run.
+)";
+
+inline constexpr std::string_view kToggleHelp =
+    R"(Starts a recording as `tessivox start` does if none runs, and otherwise stops it as `tessivox stop` does: one command for a
+keyboard shortcut of the desktop.
+
+Usage:
+  tessivox toggle
+
+Options:
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 it records, or is saved, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run,
+4 nothing was recorded.
+)";
+
+inline constexpr std::string_view kStatusHelp =
+    R"(Tells what the program that `tessivox run` has started does: whether it records, how long, into which file, and whether it
+sees a call.
+
+Usage:
+  tessivox status [--json]
+
+Options:
+  --json       print one JSON object; its members and their meaning stay as they are, others may be added:
+                 "isRunning"       whether `tessivox run` runs
+                 "isRecording"     whether it records; also while the recording pauses
+                 "isPaused"        whether the recording pauses
+                 "isCallDetected"  whether it sees a call
+                 "duration"        seconds of the recording so far
+                 "path", "url"     the file that is being recorded, as text and as a URL that holds names of any bytes,
+                                   or null
+  --verbose    tell on standard error what happens inside
+
+Exit status: 0 told, 1 no answer, 2 wrong usage, 3 `tessivox run` does not run.
 )";
 
 inline constexpr std::string_view kListHelp =

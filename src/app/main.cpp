@@ -45,6 +45,7 @@ struct Running {
         return app::Composition(line).listDevices(options);
     }
     ExitCode operator()(const app::RunOptions&) const { return app::Composition(line).run(); }
+    ExitCode operator()(const app::ControlOptions& options) const { return app::Composition(line).control(options); }
     ExitCode operator()(const app::ListOptions& options) const { return app::Composition(line).list(options); }
     ExitCode operator()(const app::ShowOptions& options) const { return app::Composition(line).show(options); }
     ExitCode operator()(const app::RenameOptions& options) const { return app::Composition(line).rename(options); }

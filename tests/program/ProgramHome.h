@@ -33,6 +33,8 @@ protected:
                 "XDG_STATE_HOME=" + (home / "state").string(),
                 "XDG_RUNTIME_DIR=" + runtime.string(),
                 "PULSE_SERVER=" + soundServer,
+                "DBUS_SESSION_BUS_ADDRESS=" + sessionBus,
+                "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere",
                 "TESSIVOX_SERVER=" + serverURL,
                 "TESSIVOX_ANALYTICS_URL=" + analyticsURL,
                 "TESSIVOX_CRASH_URL=",
@@ -80,6 +82,7 @@ protected:
     Path recordings = home / "Documents/TessivoxRecordings";
     Path runtime = home / "run";
     std::string soundServer = "unix:/nowhere";
+    std::string sessionBus;  ///< its address; none if empty
     std::string serverURL;
     std::string analyticsURL;
 };
