@@ -28,6 +28,8 @@ void BusPeer::turn() {
 
 void BusPeer::leave() {
     if (!connection_) return;
+    for (const auto id : subscriptions_) g_dbus_connection_signal_unsubscribe(connection_, id);
+    g_dbus_connection_flush_sync(connection_, nullptr, nullptr);
     g_dbus_connection_close_sync(connection_, nullptr, nullptr);
     turn();
     g_object_unref(std::exchange(connection_, nullptr));
@@ -116,8 +118,9 @@ std::shared_ptr<std::vector<std::string>> BusPeer::signalsOf(const std::string& 
             gpointer data) { (*static_cast<std::shared_ptr<Texts>*>(data))->push_back(printed(parameters)); };
     const auto release = +[](gpointer data) { delete static_cast<std::shared_ptr<Texts>*>(data); };
     g_main_context_push_thread_default(context_);
-    g_dbus_connection_signal_subscribe(connection_, nullptr, interface.c_str(), signal.c_str(), nullptr, nullptr,
-                                       G_DBUS_SIGNAL_FLAGS_NONE, onSignal, new std::shared_ptr<Texts>(texts), release);
+    subscriptions_.push_back(g_dbus_connection_signal_subscribe(connection_, nullptr, interface.c_str(), signal.c_str(),
+                                                                nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal,
+                                                                new std::shared_ptr<Texts>(texts), release));
     g_main_context_pop_thread_default(context_);
     g_variant_unref(ask("GetId", nullptr));  // once it answers, it has the subscription too
     return texts;

@@ -23,7 +23,7 @@ public:
 
     /// Does what is due, without waiting.
     void turn();
-    /// Goes away, as a crash would.
+    /// Goes away, after what it has said.
     void leave();
 
     /// Whether it has the name, which somebody who has just left may take a moment to lose.
@@ -49,6 +49,7 @@ private:
     GMainContext* context_ = g_main_context_new();
     GDBusConnection* connection_ = nullptr;
     GDBusNodeInfo* node_ = nullptr;
+    std::vector<unsigned> subscriptions_;
     MethodHandler handler_;
 
     GVariant* ask(const char* method, GVariant* parameters);
