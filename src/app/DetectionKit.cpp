@@ -26,13 +26,16 @@ DetectionKit::DetectionKit(Surroundings around)
       inputUse_(around_.recorder.server,
                 [this](const pulse::Declaration& declaration) { return identify(declaration); }),
       bus_(around_.recorder.loop, gio::busAddresses(posix::processEnvironment())),
-      toasts_(around_.console),
+      consoleToasts_(around_.console),
+      toasts_(bus_, consoleToasts_),
       detector_(
           {around_.recorder.loop, inputUse_, applications_, around_.preferences, around_.analytics, kMyIdentifier}),
       startPrompt_({around_.recorder.loop, around_.recorder.settings, around_.recorder.state, detector_, toasts_,
                     around_.analytics, around_.crashReporter, around_.canRecord}),
       stopPrompt_({around_.recorder.loop, around_.recorder.state, toasts_, around_.analytics, around_.crashReporter}),
       controller_(controllerParts()),
+      session_(bus_),
+      guard_({around_.recorder.loop, session_, controller_, recording_.recorder(), around_.endProgram}),
       control_(around_.recorder.state, controller_) {
     controller_.wireCallDetection();
     offerControl();

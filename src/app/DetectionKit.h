@@ -16,6 +16,7 @@
 #include "detection/LeftTranscriptions.h"
 #include "detection/RecordingController.h"
 #include "detection/RecordingPromptWindowController.h"
+#include "detection/SessionGuard.h"
 #include "detection/StopRecordingPromptWindowController.h"
 #include "library/RecordingStorage.h"
 #include "platform/linux/desktop/DesktopApplications.h"
@@ -23,6 +24,8 @@
 #include "platform/linux/desktop/ProcessIdentities.h"
 #include "platform/linux/gio/BusThread.h"
 #include "platform/linux/gio/ControlService.h"
+#include "platform/linux/gio/LogindSession.h"
+#include "platform/linux/gio/NotificationToasts.h"
 #include "platform/linux/pulse/PulseInputUse.h"
 #include "services/telemetry/Analytics.h"
 #include "services/telemetry/CrashReporter.h"
@@ -50,6 +53,9 @@ public:
     DetectionKit(const DetectionKit&) = delete;
     DetectionKit& operator=(const DetectionKit&) = delete;
 
+    /// The session has ended, and what was recorded is being saved.
+    bool isSavingForGood() const { return guard_.isEnding(); }
+
 private:
     Surroundings around_;
     RecorderKit recording_;
@@ -59,11 +65,14 @@ private:
     desktop::DesktopApplications applications_;
     pulse::PulseInputUse inputUse_;
     gio::BusThread bus_;
-    ConsoleToasts toasts_;
+    ConsoleToasts consoleToasts_;
+    gio::NotificationToasts toasts_;
     detection::CallDetector detector_;
     detection::RecordingPromptWindowController startPrompt_;
     detection::StopRecordingPromptWindowController stopPrompt_;
     detection::RecordingController controller_;
+    gio::LogindSession session_;
+    detection::SessionGuard guard_;
     ProgramControl control_;
     std::optional<gio::ControlService> service_;
     std::vector<base::Subscription> changes_;

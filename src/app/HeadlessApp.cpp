@@ -120,7 +120,14 @@ void HeadlessApp::watchCalls() {
     });
 }
 
-void HeadlessApp::terminateNow() { app_->delegate().terminateNow(); }
+void HeadlessApp::terminateNow() {
+    if (detection_ && detection_->isSavingForGood() && !std::exchange(isToldToEnd_, true)) {
+        around_.console.message(
+            base::localized("The recording is being saved; a second signal leaves it to be recovered later."));
+        return;
+    }
+    app_->delegate().terminateNow();
+}
 
 base::Task<void> HeadlessApp::recover() {
     auto incomplete = audio::incompleteFolder(around_.folders);

@@ -1,7 +1,7 @@
 #include <csignal>
-#include <optional>
 
 #include "ProgramHome.h"
+#include "support/PrivateBus.h"
 
 namespace tessivox::testing {
 namespace {
@@ -11,11 +11,13 @@ class WatcherTest : public ProgramHome {
 protected:
     void SetUp() override { soundServer = sound.address(); }
 
-    ChildProcess watch(const std::string& settings) {
+    void setSettings(const std::string& text) const {
         std::filesystem::create_directories(home / "config/Tessivox");
-        std::ofstream(home / "config/Tessivox/settings.json") << settings;
-        auto program = start({"run", "--headless", "--verbose"});
-        EXPECT_TRUE(says("Sent: permission_state")) << errors();
+        std::ofstream(home / "config/Tessivox/settings.json") << text;
+    }
+    ChildProcess watch(const std::string& log = "errors", const std::string& prelude = "") const {
+        auto program = start({"run", "--headless", "--verbose"}, log, prelude);
+        EXPECT_TRUE(becomesTrue([&] { return errors(log).find("Sent: permission_state") != std::string::npos; }));
         return program;
     }
     ChildProcess call() const {
@@ -30,7 +32,8 @@ protected:
 };
 
 TEST_F(WatcherTest, RecordsACallByItselfFromItsStartToItsEnd) {
-    auto program = watch(R"({"autoStartRecording":true,"showRecordingPrompt":false,"autoTranscribe":false})");
+    setSettings(R"({"autoStartRecording":true,"showRecordingPrompt":false,"autoTranscribe":false})");
+    auto program = watch();
     auto other = call();
     ASSERT_TRUE(says("Sent: recording_started")) << errors();
     ASSERT_TRUE(reaches(100000)) << errors();
@@ -52,7 +55,8 @@ TEST_F(WatcherTest, RecordsACallByItselfFromItsStartToItsEnd) {
 }
 
 TEST_F(WatcherTest, AsksOnStandardErrorWhereNothingCanBeShownAndRecordsNothingUnanswered) {
-    auto program = watch(R"({"autoStartRecording":true})");
+    setSettings(R"({"autoStartRecording":true})");
+    auto program = watch();
     auto other = call();
     EXPECT_TRUE(says("Record this call? (Mic + system audio · a call) To record it, run: tessivox start")) << errors();
     other.stop(SIGTERM);
@@ -60,6 +64,24 @@ TEST_F(WatcherTest, AsksOnStandardErrorWhereNothingCanBeShownAndRecordsNothingUn
     EXPECT_EQ(end(program), 0);
     EXPECT_EQ(errors().find("recording_started"), std::string::npos);
     EXPECT_TRUE(filesIn(recordings).empty());
+}
+
+TEST_F(WatcherTest, SavesTheRecordingWhenTheSessionEndsAndTranscribesItAtTheNextStart) {
+    serverURL = "http://127.0.0.1:9";  // nobody is there
+    setSettings(R"({"autoStartRecording":true,"showRecordingPrompt":false})");
+    PrivateBus session(home);
+    auto program = watch("first", "export DBUS_SESSION_BUS_ADDRESS=" + session.address() + "; ");
+    auto other = call();
+    ASSERT_TRUE(reaches(std::uintmax_t{4} * 48000 * 8)) << errors("first");
+    session.end();
+    EXPECT_EQ(program.wait(), 0);
+    ASSERT_EQ(filesIn(recordings).size(), 1) << errors("first");
+    EXPECT_EQ(errors("first").find("Starting transcription"), std::string::npos);
+    other.stop(SIGTERM);
+    auto next = watch();
+    EXPECT_TRUE(says("Starting transcription for: " + filesIn(recordings).front().filename().string())) << errors();
+    EXPECT_EQ(end(next), 0);
+    EXPECT_EQ(textOf(home / "config/Tessivox/settings.json").find("transcribeAtNextStart"), std::string::npos);
 }
 
 }  // namespace
