@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "support/RecordingWorld.h"
 #include "detection/ToastPlacement.h"
+#include "support/RecordingWorld.h"
 
 namespace tessivox::detection {
 namespace {

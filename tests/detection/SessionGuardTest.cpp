@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/RecordingWorld.h"
 #include "audio/CafFile.h"
 #include "detection/LeftTranscriptions.h"
 #include "support/FakeSession.h"
+#include "support/RecordingWorld.h"
 
 namespace tessivox::detection {
 namespace {

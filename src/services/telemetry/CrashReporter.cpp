@@ -55,8 +55,7 @@ void CrashReporter::recordingStarted(std::string source) {
 }
 
 void CrashReporter::recordingStopped(base::Duration duration) {
-    addBreadcrumb("Recording stopped", "recording", BreadcrumbLevel::info,
-                  {{"duration", wholeSecondsText(duration)}});
+    addBreadcrumb("Recording stopped", "recording", BreadcrumbLevel::info, {{"duration", wholeSecondsText(duration)}});
 }
 
 void CrashReporter::transcriptionStarted(std::string fileName) {
