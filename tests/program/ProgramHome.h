@@ -55,12 +55,13 @@ protected:
     }
     std::string errors(const std::string& log = "errors") const { return textOf(home / log); }
 
-    static bool becomesTrue(const std::function<bool()>& condition) {
-        for (int tries = 0; tries < 2000 && !condition(); ++tries) poll(nullptr, 0, 10);
+    static constexpr int kPatience = 20;  // seconds
+    static bool becomesTrue(const std::function<bool()>& condition, int patience = kPatience) {
+        for (int tries = 0; tries < 100 * patience && !condition(); ++tries) poll(nullptr, 0, 10);
         return condition();
     }
-    bool says(const std::string& part) const {
-        return becomesTrue([&] { return errors().find(part) != std::string::npos; });
+    bool says(const std::string& part, int patience = kPatience) const {
+        return becomesTrue([&] { return errors().find(part) != std::string::npos; }, patience);
     }
     static std::vector<Path> filesIn(const Path& folder) {
         if (!std::filesystem::exists(folder)) return {};

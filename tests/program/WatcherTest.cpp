@@ -1,6 +1,9 @@
 #include <csignal>
+#include <nlohmann/json.hpp>
 
-#include "ProgramHome.h"
+#include "program/ProgramHome.h"
+#include "program/SpokenDialogue.h"
+#include "support/ChromiumProcess.h"
 #include "support/PrivateBus.h"
 
 namespace tessivox::testing {
@@ -23,6 +26,15 @@ protected:
     ChildProcess call() const {
         return {{"sh", "-c", "exec parec --device=mic >/dev/null"}, {"PULSE_SERVER=" + soundServer}};
     }
+    /// The program has sent these signals in this order, whatever came between.
+    void expectSignals(const std::vector<std::string>& signals) const {
+        const auto log = errors();
+        std::size_t last = 0;
+        for (const auto& signal : signals) {
+            last = log.find("Sent: " + signal, last);
+            ASSERT_NE(last, std::string::npos) << signal << "\n" << log;
+        }
+    }
     static int end(ChildProcess& program) {
         ::kill(program.pid(), SIGTERM);
         return program.wait();
@@ -44,14 +56,33 @@ TEST_F(WatcherTest, RecordsACallByItselfFromItsStartToItsEnd) {
     EXPECT_EQ(files.front().extension(), ".m4a");
     EXPECT_TRUE(becomesTrue([&] { return temporaries().empty(); }));
     EXPECT_EQ(end(program), 0);
-    const auto log = errors();
-    std::size_t last = 0;
-    for (const auto* signal : {"call_detected", "recording_started", "call_ended", "recording_stopped"}) {
-        const auto found = log.find(std::string("Sent: ") + signal);
-        ASSERT_NE(found, std::string::npos) << signal << "\n" << log;
-        EXPECT_LT(last, found) << signal;
-        last = found;
+    expectSignals({"call_detected", "recording_started", "call_ended", "recording_stopped"});
+}
+
+TEST_F(WatcherTest, TakesACallInABrowserToItsTranscriptWithoutAnyone) {
+    constexpr std::size_t kTurns = 4;
+    setSettings(R"({"autoStartRecording":true,"showRecordingPrompt":false})");
+    auto program = watch();
+    ChromiumProcess browser(sound);
+    ASSERT_TRUE(says("Sent: recording_started", 120)) << errors();
+    ASSERT_TRUE(reaches(5000)) << errors();
+    SpokenDialogue::speak(sound, home.string(), kTurns);
+    browser.end();
+    ASSERT_TRUE(says("Sent: transcription_completed", 240)) << errors();
+    expectSignals({"call_detected", "recording_started", "call_ended", "recording_stopped", "transcription_started",
+                   "transcription_completed"});
+    EXPECT_NE(errors().find("external: [com.google.Chrome]"), std::string::npos) << errors();
+
+    Path recording;
+    for (const auto& file : filesIn(recordings)) {
+        if (file.extension() == ".m4a") recording = file;
     }
+    const auto transcript = textOf(recording.replace_extension("txt"));
+    const TranscriptWords heard(transcript);
+    EXPECT_TRUE(heard.isWellFormed) << transcript;
+    EXPECT_LE(wordErrorRate(SpokenDialogue::said(kTurns), heard.words), 0.25) << transcript;
+    EXPECT_EQ(nlohmann::json::parse(textOf(data / "Tessivox/pending_transcriptions.json")), nlohmann::json::array());
+    EXPECT_EQ(end(program), 0);
 }
 
 TEST_F(WatcherTest, AsksOnStandardErrorWhereNothingCanBeShownAndRecordsNothingUnanswered) {

@@ -5,7 +5,7 @@
 
 #include "platform/linux/pulse/PulseCaptureBackend.h"
 #include "sound/CapturedSound.h"
-#include "sound/ChromiumProcess.h"
+#include "support/ChromiumProcess.h"
 #include "sound/SoundTest.h"
 #include "sound/Watcher.h"
 

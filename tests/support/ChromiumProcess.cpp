@@ -1,4 +1,4 @@
-#include "sound/ChromiumProcess.h"
+#include "support/ChromiumProcess.h"
 
 #include <signal.h>
 #include <stdlib.h>
