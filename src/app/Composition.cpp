@@ -29,6 +29,9 @@
 #include "detection/AppExclusions.h"
 #include "library/RecordingStorage.h"
 #include "library/Trash.h"
+#include "platform/linux/desktop/DesktopApplications.h"
+#include "platform/linux/desktop/DesktopEntries.h"
+#include "platform/linux/desktop/ProcessIdentities.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/ffmpeg/FfmpegLengths.h"
 #include "platform/linux/ffmpeg/MediaError.h"
@@ -243,7 +246,9 @@ ExitCode Composition::set(const SetOptions& options) {
 
 ExitCode Composition::exclude(const ExcludeOptions& options) {
     Settings stored(*this);
-    const HeadlessApplications applications;
+    desktop::DesktopEntries entries;
+    desktop::ProcessIdentities identities(entries);
+    const desktop::DesktopApplications applications(entries, identities);
     telemetry::NoAnalyticsSink nowhere;
     telemetry::Analytics analytics(
         nowhere, stored.stored, [] { return false; }, TESSIVOX_VERSION);

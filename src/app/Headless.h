@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -14,7 +13,6 @@
 #include "core/ports/Alerts.h"
 #include "core/ports/FolderChooser.h"
 #include "core/ports/LoginItem.h"
-#include "detection/ports/Applications.h"
 #include "services/telemetry/ports/CrashSink.h"
 #include "transcription/ports/NetworkPath.h"
 
@@ -56,20 +54,6 @@ public:
     void start(const telemetry::CrashOptions&) override {}
     void setScope(const telemetry::CrashScope&) override {}
     void addBreadcrumb(const telemetry::Breadcrumb&) override {}
-};
-
-/// Nothing is known of what is installed.
-class HeadlessApplications final : public detection::Applications {
-public:
-    std::optional<detection::HostApp> hostApp(std::int32_t) const override { return std::nullopt; }
-    std::optional<detection::RunningApplication> runningApplication(std::int32_t) const override {
-        return std::nullopt;
-    }
-    std::optional<std::filesystem::path> urlForApplication(const std::string&) const override { return std::nullopt; }
-    std::optional<std::string> bundleIdentifier(const std::filesystem::path&) const override { return std::nullopt; }
-    std::optional<std::string> bundleDisplayName(const std::filesystem::path&) const override { return std::nullopt; }
-    std::string iconName(const std::filesystem::path&) const override { return {}; }
-    std::vector<detection::InstalledApplication> installed() const override { return {}; }
 };
 
 /// A command never becomes part of the desktop's session.
