@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "detection/CallTables.h"
+
 namespace tessivox::desktop {
 namespace {
 
@@ -14,46 +16,22 @@ std::string identifierOf(std::string_view name) {
     return known ? std::string(known->identifier) : "";
 }
 
-TEST(KnownApplicationsTest, LeadsEverySpecifiedIdentifierWithKinHereToItAndBack) {
-    // What the tables of calls, browsers and exclusions list; an identifier here may continue theirs.
-    const std::vector<std::string> specified{"us.zoom",
-                                             "com.microsoft.teams",
-                                             "com.tinyspeck.slackmacgap",
-                                             "ru.keepcoder.Telegram",
-                                             "com.tdesktop.Telegram",
-                                             "net.whatsapp.WhatsApp",
-                                             "desktop.WhatsApp",
-                                             "com.cisco.webex",
-                                             "Cisco-Systems.Spark",
-                                             "com.hnc.Discord",
-                                             "com.skype",
-                                             "com.google.Chrome",
-                                             "com.apple.WebKit",
-                                             "com.apple.Safari",
-                                             "ai.perplexity.comet",
-                                             "com.brave.Browser",
-                                             "org.mozilla.firefox",
-                                             "com.microsoft.edgemac",
-                                             "com.operasoftware.Opera",
-                                             "com.vivaldi.Vivaldi",
-                                             "ru.yandex.desktop.yandex-browser",
-                                             "app.spokenly",
-                                             "com.superduper.superwhisper",
-                                             "md.obsidian",
-                                             "com.electron.wispr-flow",
-                                             "com.openai.codex",
-                                             "com.todesktop.230313mzl4w4u92",
-                                             "com.anthropic.claudefordesktop",
-                                             "com.apple.VoiceMemos",
-                                             "com.apple.PhotoBooth",
-                                             "com.apple.QuickTimePlayerX",
-                                             "com.openai.chat",
-                                             "com.obsproject.obs-studio",
-                                             "com.goodsnooze.MacWhisper",
-                                             "com.granola.app"};
+/// The tables of calls, browsers and exclusions, less what has no kin here.
+std::vector<std::string> listedIdentifiers() {
+    std::vector<std::string> all(detection::kKnownCallApps.begin(), detection::kKnownCallApps.end());
+    all.insert(all.end(), detection::kBrowserPrefixes.begin(), detection::kBrowserPrefixes.end());
+    all.insert(all.end(), detection::kBuiltInExclusions.begin(), detection::kBuiltInExclusions.end());
+    for (const auto* foreign : {"com.apple.avconferenced", "com.ovh.softcall", "company.thebrowser"}) {
+        EXPECT_EQ(std::erase(all, foreign), 1) << foreign;
+    }
+    return all;
+}
+
+TEST(KnownApplicationsTest, LeadsEveryListedIdentifierToItsKinHereAndBack) {
+    // An identifier here may continue a listed one.
     const std::vector<std::string> identifiers{"us.zoom.xos", "com.cisco.webexmeetingsapp", "com.skype.skype",
                                                "com.apple.WebKit.WebContent"};
-    for (const auto& entry : specified) {
+    for (const auto& entry : listedIdentifiers()) {
         auto names = namesFor(entry);
         for (const auto& longer : identifiers) {
             if (longer.starts_with(entry)) names = namesFor(longer);

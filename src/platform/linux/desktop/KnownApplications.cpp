@@ -33,7 +33,7 @@ constexpr KnownApplication kKnown[] = {
     {"com.hnc.Discord", "de.shorsh.discord-screenaudio discord-screenaudio goofcord io.github.milkshiift.goofcord"},
     {"com.skype.skype", "skypeforlinux com.skype.client skype skypeforlinux-insiders skype-wrapper"},
 
-    // Browsers. What is built on an engine of one of the specified browsers is a browser as that one is.
+    // Browsers. What is built on an engine of one of the listed browsers is a browser as that one is.
     {"com.google.Chrome", "google-chrome com.google.chrome google-chrome-stable chrome"},
     {"com.google.Chrome.beta", "google-chrome-beta com.google.chrome.beta"},
     {"com.google.Chrome.dev", "google-chrome-unstable com.google.chromedev google-chrome-canary"},
