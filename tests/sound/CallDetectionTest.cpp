@@ -5,9 +5,9 @@
 
 #include "platform/linux/pulse/PulseCaptureBackend.h"
 #include "sound/CapturedSound.h"
-#include "support/ChromiumProcess.h"
 #include "sound/SoundTest.h"
 #include "sound/Watcher.h"
+#include "support/ChromiumProcess.h"
 
 namespace tessivox::testing {
 namespace {
