@@ -146,9 +146,9 @@ void Connection::onState(pa_context* context, void* self) {
     }
 }
 
-void Connection::subscribe(pa_subscription_mask_t facilities, std::function<void()> handler) {
+void Connection::subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler) {
     const Loop::Lock lock(loop_);
-    events_.push_back({static_cast<unsigned>(facilities), scheduler_.source(std::move(handler))});
+    events_.push_back({static_cast<unsigned>(facilities), kinds, scheduler_.source(std::move(handler))});
     unsigned all = 0;
     for (const auto& events : events_) all |= events.facilities;
     pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
@@ -158,8 +158,10 @@ void Connection::subscribe(pa_subscription_mask_t facilities, std::function<void
 
 void Connection::onEvent(pa_context*, pa_subscription_event_type_t event, std::uint32_t, void* self) {
     const unsigned facility = 1U << (event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK);
+    const bool isChange = (event & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_CHANGE;
     for (const auto& events : static_cast<Connection*>(self)->events_) {
-        if (events.facilities & facility) events.source->signal();
+        const bool isWanted = events.kinds == EventKinds::all || !isChange;
+        if (isWanted && (events.facilities & facility)) events.source->signal();
     }
 }
 

@@ -64,6 +64,9 @@ struct Client {
     Declaration declaration;
 };
 
+/// Which events of a kind of object are of interest: all, or only that one came or went.
+enum class EventKinds { all, comingAndGoing };
+
 /// The server's defaults, by name, as it states them: they may name what is not there.
 struct Defaults {
     std::string sink;
@@ -86,7 +89,7 @@ public:
     void onLost(std::function<void()> handler) { state_->lost = std::move(handler); }
     /// Calls the handler after events of these facilities, several at once as one. Each call adds a handler. After
     /// ready().
-    void subscribe(pa_subscription_mask_t facilities, std::function<void()> handler);
+    void subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler);
 
     // Each throws base::Error if the server does not answer.
     base::Task<Defaults> defaults();
@@ -112,6 +115,7 @@ private:
     std::shared_ptr<State> state_ = std::make_shared<State>();
     struct Events {
         unsigned facilities;
+        EventKinds kinds;
         std::unique_ptr<base::WakeSource> source;
     };
 

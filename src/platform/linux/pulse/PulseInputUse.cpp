@@ -30,6 +30,7 @@ bool isThisProcess(const Declaration& owner) {
 PulseInputUse::PulseInputUse(SoundServerLink& link, IdentifyProcess identify, base::Duration hold)
     : link_(link), identify_(std::move(identify)), holdSpan_(hold), tasks_(link.scheduler()) {
     news_ = link_.onNews([this](ServerNews news) { take(news); });
+    setOld(ServerNews::link);
     look();
 }
 
@@ -44,12 +45,17 @@ detection::InputUseMonitor::Watch PulseInputUse::watch(DeviceID device, std::fun
 }
 
 void PulseInputUse::take(ServerNews news) {
-    if (news != ServerNews::streams) devicesAreOld_ = true;
+    setOld(news);
     if (news == ServerNews::link) {
         owners_.clear();  // The next server counts from the beginning.
         lose();
     }
     look();
+}
+
+void PulseInputUse::setOld(ServerNews news) {
+    if (news != ServerNews::link) return void(old_.insert(news));
+    old_ = {ServerNews::defaults, ServerNews::sources, ServerNews::streams};
 }
 
 void PulseInputUse::look() {
@@ -77,23 +83,23 @@ base::Task<void> PulseInputUse::keepReading() {
 
 base::Task<void> PulseInputUse::readOnce() {
     const auto connection = co_await link_.connection();
-    if (devicesAreOld_) co_await readDevices(connection);
-    const auto all = co_await connection->sourceOutputs();
-    if (isSourceMissing(all, sources_)) co_await readDevices(connection);
-    const auto streams = microphoneStreams(all, sources_);
+    co_await readLists(connection);
+    if (isSourceMissing(streams_, sources_)) sources_ = co_await connection->sources();
+    const auto streams = microphoneStreams(streams_, sources_);
     co_await readOwners(connection, streams);
     seen_ = {presentDevice(), presentProcesses(streams)};
     isLost_ = false;
 }
 
-base::Task<void> PulseInputUse::readDevices(std::shared_ptr<Connection> connection) {
+base::Task<void> PulseInputUse::readLists(std::shared_ptr<Connection> connection) {
     // Whatever changes from here on is news again.
-    devicesAreOld_ = false;
+    const auto old = std::exchange(old_, std::set<ServerNews>());
     try {
-        defaults_ = co_await connection->defaults();
-        sources_ = co_await connection->sources();
+        if (old.contains(ServerNews::defaults)) defaults_ = co_await connection->defaults();
+        if (old.contains(ServerNews::sources)) sources_ = co_await connection->sources();
+        if (old.contains(ServerNews::streams)) streams_ = co_await connection->sourceOutputs();
     } catch (...) {
-        devicesAreOld_ = true;
+        old_.insert(old.begin(), old.end());
         throw;
     }
 }

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "base/Signal.h"
@@ -50,9 +51,10 @@ private:
     base::Duration holdSpan_;
     Defaults defaults_;
     std::vector<Source> sources_;
+    std::vector<SourceOutput> streams_;
     std::map<std::uint32_t, Owner> owners_;  ///< of the microphone streams of the last reading, by index
-    bool devicesAreOld_ = true;
-    bool isLost_ = true;  ///< the server has not answered since it was last lost
+    std::set<ServerNews> old_;               ///< the lists that are to be read anew
+    bool isLost_ = true;                     ///< the server has not answered since it was last lost
     bool isReading_ = false;
     bool isReadAgain_ = false;
     Use seen_;                                      ///< at the last reading
@@ -69,7 +71,8 @@ private:
     void look();
     base::Task<void> keepReading();
     base::Task<void> readOnce();
-    base::Task<void> readDevices(std::shared_ptr<Connection> connection);
+    base::Task<void> readLists(std::shared_ptr<Connection> connection);
+    void setOld(ServerNews news);
     base::Task<void> readOwners(std::shared_ptr<Connection> connection, std::vector<SourceOutput> streams);
     void lose();
     void endHold();

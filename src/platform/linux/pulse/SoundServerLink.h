@@ -16,9 +16,10 @@ namespace tessivox::pulse {
 
 /// What happened at the server.
 enum class ServerNews {
-    link,     ///< it went away or came back
-    devices,  ///< sources or defaults have changed
-    streams,  ///< a stream from a source began, ended or has changed
+    link,      ///< it went away or came back
+    defaults,  ///< another device may be the default
+    sources,   ///< one came or went
+    streams,   ///< a stream from a source began, ended or has changed
 };
 
 /// The process's standing link to the sound server: connects, hears of changes, and while there is no server tries

@@ -46,7 +46,7 @@ SystemAudioStream::~SystemAudioStream() = default;
 base::Task<void> SystemAudioStream::opened() {
     co_await whole_.opened();
     whole_.onEnded([&sink = sink_](const std::string& reason) { sink.onEnded(reason); });
-    connection_->subscribe(PA_SUBSCRIPTION_MASK_SINK_INPUT, [this] { notice(); });
+    connection_->subscribe(PA_SUBSCRIPTION_MASK_SINK_INPUT, EventKinds::all, [this] { notice(); });
     notice();
 }
 
