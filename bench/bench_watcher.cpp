@@ -1,5 +1,5 @@
 // What noticing calls costs while nobody calls, with a private sound server on which other things happen: volumes move,
-// a program plays for a moment, a level meter looks at the microphone.
+// a program plays for a moment, another records what is played.
 //   bench_watcher [--smoke] [--seconds N]
 #include <fstream>
 #include <string>
