@@ -176,6 +176,10 @@ background, and transcripts are fetched that earlier runs and other commands are
 each user; a second one brings the first forward, says so and ends. The commands start, stop, pause, resume, toggle
 and status reach it over the session bus, where there is one.
 
+It notices when another application takes sound from a microphone. As the settings say, it asks in a notification
+whether to record (on standard error where there is none; `tessivox start` is the answer), or records by itself until
+the call ends: tessivox set showRecordingPrompt off, tessivox set autoStartRecording on.
+
 Usage:
   tessivox run --headless
 
