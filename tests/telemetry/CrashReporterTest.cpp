@@ -87,7 +87,7 @@ TEST_F(CrashReporterTest, WritesEachBreadcrumbInItsWords) {
     front.addBreadcrumb("Call ended", "call", BreadcrumbLevel::info);
     EXPECT_EQ(
         told,
-        (Lines{"recording info: Recording started source=toast", "recording info: Recording stopped duration_sec=12",
+        (Lines{"recording info: Recording started source=toast", "recording info: Recording stopped duration=12",
                "transcription info: Transcription started file=a.m4a",
                "transcription error: Transcription failed error=No network file=a.m4a", "error error: Import failed",
                "error error: Import failed error=The disk is full.", "call info: Call ended"}));
