@@ -22,7 +22,7 @@ TEST_F(WholeRoadTest, WhatTwoPeopleSayIsReadBesideTheirRecordingWithASummary) {
     ASSERT_TRUE(reaches(5000)) << errors();
     SpokenDialogue::speak(server, home.string());
     ::kill(program.pid(), SIGINT);
-    const Path recording = program.readLine(120000);
+    const Path recording = program.readLine(240000);
     const auto rest = program.readAll();
     ASSERT_EQ(program.wait(), 0) << errors();
     ASSERT_TRUE(std::filesystem::exists(recording)) << rest << errors();
