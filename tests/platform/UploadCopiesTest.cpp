@@ -153,6 +153,7 @@ TEST_F(UploadCopiesTest, DestroyingTheTaskInTheMiddleLeavesNothing) {
 }
 
 TEST_F(UploadCopiesTest, AtTheStartRemovesWhatAKillHasLeftAndNothingElse) {
+    copies.reset();  // and with it its look at the folder, which is to be still empty
     const auto leftover = "upload_" + base::makeUuid(posix::fillRandom) + ".m4a";
     const auto used = "upload_" + base::makeUuid(posix::fillRandom) + ".m4a";
     const auto linked = "upload_" + base::makeUuid(posix::fillRandom) + ".m4a";
