@@ -66,6 +66,12 @@ Cost runProgram(const std::vector<std::string>& command) {
     return {.wall = watch.elapsed().wall, .cpu = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime)};
 }
 
+double cpuSecondsOf(pid_t process) {
+    clockid_t clock{};
+    if (clock_getcpuclockid(process, &clock) != 0) throw std::runtime_error("a measured process has ended");
+    return secondsOf(clock);
+}
+
 double median(std::vector<double> values) {
     if (values.empty()) return 0;
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);

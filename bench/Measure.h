@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -30,6 +32,9 @@ private:
 /// Runs a program found by PATH, without standard input and output, and waits for it. Throws std::runtime_error if it
 /// does not start or does not exit with 0.
 Cost runProgram(const std::vector<std::string>& command);
+
+/// What another process has used so far, in seconds, its threads that ended included. Throws std::runtime_error.
+double cpuSecondsOf(pid_t process);
 
 /// The middle of the values; 0 if there are none.
 double median(std::vector<double> values);

@@ -27,18 +27,6 @@
 namespace tessivox::bench {
 namespace {
 
-/// Nanoseconds that a process has run, from the kernel's own account of its threads.
-double cpuSecondsOf(pid_t process) {
-    double sum = 0;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-        std::ifstream account(thread.path() / "schedstat");
-        double nanoseconds = 0;
-        account >> nanoseconds;
-        sum += nanoseconds * 1e-9;
-    }
-    return sum;
-}
-
 /// How often the threads of this process were put to sleep.
 double sleeps() {
     double sum = 0;

@@ -1,15 +1,18 @@
-// What noticing calls costs while nobody calls, with a private sound server on which other things happen: volumes move,
-// a program plays for a moment, another records what is played.
+// What the whole program costs while nobody calls, beside private sound servers on which other things happen: volumes
+// move, a program plays for a moment, another records what is played.
 //   bench_watcher [--smoke] [--seconds N]
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
-#include "LoopRun.h"
 #include "Measure.h"
 #include "Report.h"
-#include "base/Text.h"
-#include "platform/linux/posix/EventLoop.h"
-#include "sound/Watcher.h"
+#include "support/PrivateBus.h"
 #include "support/SoundServer.h"
 
 namespace tessivox::bench {
@@ -24,49 +27,64 @@ while :; do
     sleep 1
 done)";
 
-double residentMegabytes() {
-    std::ifstream status("/proc/self/status");
-    double kilobytes = 0;
-    for (std::string word; status >> word;) {
-        if (word == "VmRSS:") status >> kilobytes;
+void wait(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }
+
+/// The program in a home of its own, with a session bus and a sound server.
+class Watcher {
+public:
+    explicit Watcher(testing::SoundServerKind kind)
+        : server_(kind), elsewhere_(server_.spawn({"bash", "-c", kElsewhere})) {
+        const auto home = folder_.path().string();
+        const auto bus = "DBUS_SESSION_BUS_ADDRESS=" + bus_.address();
+        program_ = {{"sh", "-c", "exec \"$0\" run --headless --verbose 2>\"$HOME/log\"", TESSIVOX_PROGRAM},
+                    {"HOME=" + home, "XDG_CONFIG_HOME=" + home + "/config", "XDG_DATA_HOME=" + home + "/data",
+                     "XDG_STATE_HOME=" + home + "/state", "XDG_RUNTIME_DIR=" + home, bus,
+                     "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere", "PULSE_SERVER=" + server_.address()}};
+        for (int tries = 0; tries < 200 && !hasSaid("Sent: permission_state"); ++tries) wait(0.1);
+        if (!hasSaid("Connected to the sound server"))
+            throw std::runtime_error("the program does not start:\n" + said());
     }
-    return kilobytes / 1024;
-}
 
-void turnFor(posix::EventLoop& loop, double seconds) {
-    const auto end = loop.after(base::fromSeconds(seconds), [&] { loop.quit(); });
-    loop.run();
-}
+    void begin() { cpuBefore_ = cpuSecondsOf(program_.pid()); }
+    void judge(Report& report, double seconds) const {
+        const auto name = testing::nameOf(server_.kind());
+        const double cpu = cpuSecondsOf(program_.pid()) - cpuBefore_;
+        report.atMost("watching on " + name + ", of one core", 0.1, 100 * cpu / seconds, "%");
+        report.atMost("watching on " + name + ", in memory", 60, residentMegabytes(), "MB");
+        if (hasSaid("call_detected")) throw std::runtime_error("something was taken for a call:\n" + said());
+    }
 
-void measure(Report& report, testing::SoundServerKind kind, double seconds) {
-    testing::SoundServer server(kind);
-    posix::EventLoop loop;
-    testing::Watcher watcher(loop, server.address());
-    int events = 0;
-    int calls = 0;
-    const auto news = watcher.link.onNews([&](pulse::ServerNews) { ++events; });
-    const auto started = watcher.detector.callStarted.observe([&](const std::string&) { ++calls; });
-    watcher.entries.refresh();
-    auto elsewhere = server.spawn({"bash", "-c", kElsewhere});
-    turnFor(loop, 2);
-    events = 0;
-    const Stopwatch watch(Stopwatch::Scope::process);
-    turnFor(loop, seconds);
-    const auto cost = watch.elapsed();
-    const auto name = " on " + testing::nameOf(kind);
-    report.atMost("watching" + name + ", of one core", 0.1, 100 * cost.cpu / cost.wall, "%");
-    report.atMost("watching" + name + ", in memory", 60, residentMegabytes(), "MB");
-    report.note(base::filled("  {0} events a second, {1} calls",
-                             {base::fixedNumber(events / cost.wall, 2), std::to_string(calls)}));
-    if (calls > 0) throw std::runtime_error("something was taken for a call");
-}
+private:
+    TemporaryFolder folder_;
+    testing::PrivateBus bus_{folder_.path()};
+    testing::SoundServer server_;
+    testing::ChildProcess elsewhere_;
+    testing::ChildProcess program_;
+    double cpuBefore_ = 0;
+
+    std::string said() const {
+        std::ifstream log(folder_.path() / "log");
+        return {std::istreambuf_iterator<char>(log), {}};
+    }
+    bool hasSaid(const std::string& part) const { return said().find(part) != std::string::npos; }
+    double residentMegabytes() const {
+        std::ifstream status("/proc/" + std::to_string(program_.pid()) + "/status");
+        double kilobytes = 0;
+        for (std::string word; status >> word;) {
+            if (word == "VmRSS:") status >> kilobytes;
+        }
+        return kilobytes / 1024;
+    }
+};
 
 int run(const Arguments& arguments) {
     Report report(arguments.isSmoke());
     const double seconds = arguments.isSmoke() ? 1 : arguments.number("--seconds", 60);
-    for (const auto kind : {testing::SoundServerKind::pulseAudio, testing::SoundServerKind::pipeWire}) {
-        measure(report, kind, seconds);
-    }
+    Watcher watchers[] = {Watcher(testing::SoundServerKind::pulseAudio), Watcher(testing::SoundServerKind::pipeWire)};
+    wait(2);
+    for (auto& watcher : watchers) watcher.begin();
+    wait(seconds);
+    for (const auto& watcher : watchers) watcher.judge(report, seconds);
     return report.exitStatus();
 }
 

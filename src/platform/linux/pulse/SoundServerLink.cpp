@@ -13,8 +13,6 @@ constexpr base::Duration kQuickRetry = std::chrono::milliseconds(100);
 constexpr int kQuickRetries = 10;
 constexpr base::Duration kRetryInterval = std::chrono::seconds(1);
 constexpr base::Duration kCoalescing = std::chrono::milliseconds(50);
-constexpr auto kFacilities = static_cast<pa_subscription_mask_t>(
-    PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER);
 
 }  // namespace
 
@@ -58,12 +56,13 @@ void SoundServerLink::hold(std::shared_ptr<Connection> connection, base::Complet
     connection_ = std::move(connection);
     failure_ = nullptr;
     connection_->onLost([lost] { lost.fail(std::make_exception_ptr(makeError(PulseFailure::connectionLost))); });
-    connection_->subscribe(kFacilities, EventKinds::all, [this] { noteChange(); });
+    // Their volumes and states change all day long. An output comes and goes with its monitor, which is a source.
+    connection_->subscribe(PA_SUBSCRIPTION_MASK_SOURCE, EventKinds::comingAndGoing, [this] { noteChange(); });
+    connection_->subscribe(PA_SUBSCRIPTION_MASK_SERVER, EventKinds::all, [this] { noteChange(); });
     const auto tell = [this](pa_subscription_mask_t facility, EventKinds kinds, ServerNews news) {
         connection_->subscribe(facility, kinds, [this, news] { news_.emit(news); });
     };
     tell(PA_SUBSCRIPTION_MASK_SERVER, EventKinds::all, ServerNews::defaults);
-    // Their volumes and states change all day long.
     tell(PA_SUBSCRIPTION_MASK_SOURCE, EventKinds::comingAndGoing, ServerNews::sources);
     tell(PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT, EventKinds::all, ServerNews::streams);
     settle();
