@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <sstream>
 #include <system_error>
 
 #include "platform/linux/desktop/ProgramName.h"
@@ -19,6 +18,7 @@ using Path = std::filesystem::path;
 
 constexpr std::size_t kLargestFile = 1 << 20;
 constexpr int kDeepest = 4;
+constexpr const char* kGroup = "Desktop Entry";
 constexpr std::string_view kEnding = ".desktop";
 /// A folder whose time is no older than this when it is looked through may still change without another time.
 constexpr auto kSettled = std::chrono::seconds(2);
@@ -57,26 +57,19 @@ DesktopEntry parseDesktopEntry(std::string id, Path path, const std::string& tex
     DesktopEntry entry;
     entry.id = std::move(id);
     entry.path = std::move(path);
-    std::istringstream lines(text);
-    bool isInGroup = false;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with('[')) isInGroup = line.starts_with("[Desktop Entry]");
-        const auto equals = line.find('=');
-        if (!isInGroup || equals == std::string::npos) continue;
-        const auto trim = [](std::string_view part) {
-            while (!part.empty() && (part.front() == ' ' || part.front() == '\t')) part.remove_prefix(1);
-            while (!part.empty() && (part.back() == ' ' || part.back() == '\t' || part.back() == '\r'))
-                part.remove_suffix(1);
-            return std::string(part);
-        };
-        const auto key = trim(std::string_view(line).substr(0, equals));
-        const auto value = trim(std::string_view(line).substr(equals + 1));
-        if (key == "Exec") entry.program = safeIdentifier(programOf(value));
-        if (key == "X-Flatpak") entry.flatpak = safeIdentifier(value);
-        if (key == "X-SnapInstanceName") entry.snap = safeIdentifier(value);
-        if (key == "Hidden" || key == "NoDisplay") entry.isHidden = entry.isHidden || value == "true";
-        if (key == "Categories") entry.isTerminal = value.find("TerminalEmulator") != std::string::npos;
-    }
+    const std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)> file(g_key_file_new(), &g_key_file_unref);
+    if (!g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr)) return entry;
+    const auto value = [&](const char* key) {
+        const std::unique_ptr<char, decltype(&g_free)> found(g_key_file_get_string(file.get(), kGroup, key, nullptr),
+                                                             &g_free);
+        return std::string(found ? found.get() : "");
+    };
+    const auto isTrue = [&](const char* key) { return g_key_file_get_boolean(file.get(), kGroup, key, nullptr) != 0; };
+    entry.program = safeIdentifier(programOf(value("Exec")));
+    entry.flatpak = safeIdentifier(value("X-Flatpak"));
+    entry.snap = safeIdentifier(value("X-SnapInstanceName"));
+    entry.isHidden = isTrue("Hidden") || isTrue("NoDisplay");
+    entry.isTerminal = value("Categories").find("TerminalEmulator") != std::string::npos;
     return entry;
 }
 
