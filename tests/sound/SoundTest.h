@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/linux/posix/EventLoop.h"
+#include "platform/linux/pulse/SoundServerLink.h"
 #include "support/SoundServer.h"
 #include "support/TurnLoop.h"
 
@@ -19,6 +20,13 @@ class SoundTest : public ::testing::TestWithParam<SoundServerKind> {
 protected:
     SoundServer server{GetParam()};
     posix::EventLoop loop;
+
+    /// Whether the server tells this client of another default microphone than it tells a new one. PipeWire 0.3.65 does
+    /// so to about one of 600 clients, as long as they are connected; nothing can be tested through such a link.
+    bool isMisledAboutTheDefault(pulse::SoundServerLink& link) {
+        const auto connection = finish(loop, link.connection());
+        return finish(loop, connection->defaults()).source + "\n" != server.run({"pactl", "get-default-source"});
+    }
 };
 
 inline std::string nameOfServer(const ::testing::TestParamInfo<SoundServerKind>& info) { return nameOf(info.param); }
