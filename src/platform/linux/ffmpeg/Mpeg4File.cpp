@@ -19,7 +19,8 @@ Mpeg4File::Mpeg4File(std::unique_ptr<base::File> file, const AVCodecContext& cod
 
 void Mpeg4File::begin(const AVCodecContext& codec) {
     AVFormatContext* format = nullptr;
-    check(avformat_alloc_output_context2(&format, nullptr, "ipod", nullptr), kCannotWrite);
+    // Without a name of this ending the muxer warns that not everybody will play the file.
+    check(avformat_alloc_output_context2(&format, nullptr, "ipod", "sound.m4a"), kCannotWrite);
     format_.reset(format);
     format_->pb = output_.context();
     format_->flags |= AVFMT_FLAG_BITEXACT;
