@@ -100,7 +100,7 @@ QNetworkReply* startRequest(QNetworkAccessManager& manager, QNetworkRequest requ
 class QtHttpClient::Exchange {
 public:
     Exchange(QNetworkAccessManager& manager, const QNetworkRequest& request, base::HttpRequest& asked)
-        : reply_(startRequest(manager, request, asked)) {
+        : reply_(startRequest(manager, request, asked)), hasBody_(asked.method != "HEAD") {
         // Delivered from the event loop, so that whoever is told may destroy anything of Qt's.
         QObject::connect(
             reply_, &QNetworkReply::finished, &context_, [this] { finish(); }, Qt::QueuedConnection);
@@ -132,7 +132,14 @@ private:
     std::string body_;
     std::optional<HttpErrorCode> abortedFor_;
     bool isUntrusted_ = false;
+    const bool hasBody_;  ///< the answer
 
+    /// Now and then Qt takes a connection that ends in the middle of an answer for the end of the answer. Of what it
+    /// has unpacked it does not tell the length.
+    bool isCutShort() const {
+        const auto length = reply_->rawHeader("Content-Length").toULongLong();
+        return hasBody_ && body_.size() < length;
+    }
     void read() {
         const auto bytes = reply_->readAll();
         body_.append(bytes.constData(), static_cast<std::size_t>(bytes.size()));
@@ -153,6 +160,7 @@ private:
         if (isUntrusted_ && reply_->error() == QNetworkReply::SslHandshakeFailedError) {
             fail(HttpErrorCode::untrustedCertificate);
         } else if (isAnswer(status, reply_->error())) {
+            if (isCutShort()) return fail(HttpErrorCode::connectionLost);
             succeed(status);
         } else {
             fail(codeOf(reply_->error()));
