@@ -15,6 +15,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "backend/engines/Utf8.h"
 #include "base/Error.h"
 #include "base/Log.h"
 #include "base/Text.h"
@@ -153,7 +154,7 @@ Listening Listening::open(const ListenOptions& options) {
     const auto address = isNumeric6 ? "[" + options.address + "]" : options.address;
     const auto host = options.host.empty() ? address : options.host;
     all.identity.secret = options.secretFile.empty() ? newSecret() : readSecret(options.secretFile);
-    all.identity.hosts = {host};
+    all.identity.hosts = {lowered(host)};
     if (options.host.empty()) all.identity.hosts.push_back("localhost");
     const auto* scheme = options.certificate.empty() ? "http://" : "https://";
     all.url = scheme + host + ":" + std::to_string(portOf(all.socket)) + "/" + all.identity.secret + "/api";

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -100,12 +101,13 @@ public:
         watchOwner();
         const auto housekeeping = loop_.every(kHousekeeping, [this] { jobs_.eraseExpired(); });
         const auto idleness = loop_.every(1s, [this] { endIfIdle(); });
-        runner_.wake();
+        runner_->wake();
         base::log("Serving.");
         loop_.run();
         base::log("Ending.");
         farewell_.emplace();
         listening_.leaveAddress();
+        runner_.reset();  // its job counts as not begun even if clients do not let the process go
     }
     const std::string& url() const { return listening_.url; }
 
@@ -123,9 +125,10 @@ private:
     MessageLog messages_{files_, folder_ / "messages.jsonl"};
     std::unique_ptr<Summarizer> summarizer_ = makeSummarizer(options_.engine);
     Faults faults_{options_.faults};
-    JobRunner runner_{loop_, jobs_, options_.engine, options_.limits};
+    std::unique_ptr<JobRunner> runner_ =
+        std::make_unique<JobRunner>(loop_, jobs_, options_.engine, options_.limits);  ///< while the loop runs
     Api api_{listening_.identity, {jobs_, devices_, messages_, *summarizer_, faults_, options_.isTesting, [this] {
-                                       loop_.post([this] { runner_.wake(); });
+                                       loop_.post([this] { runner_->wake(); });
                                    }}};
     bool hasOwner_ = true;
     base::Subscription ownerGone_;
@@ -141,10 +144,7 @@ private:
         });
     }
     void endIfIdle() {
-        if (!hasOwner_ && !jobs_.hasWork() &&
-            std::chrono::steady_clock::now() - api_.lastRequest() > options_.idleTime) {
-            loop_.quit();
-        }
+        if (!hasOwner_ && api_.isIdleFor(options_.idleTime) && !jobs_.hasWork()) loop_.quit();
     }
 };
 

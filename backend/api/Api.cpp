@@ -6,9 +6,11 @@
 #include <nlohmann/json.hpp>
 
 #include "backend/api/ConstantTime.h"
+#include "backend/engines/Utf8.h"
 #include "backend/http/HttpError.h"
 #include "backend/http/MultipartReader.h"
 #include "backend/jobs/Upload.h"
+#include "base/AtEnd.h"
 #include "base/Log.h"
 
 namespace tessivox::backend {
@@ -96,7 +98,11 @@ const std::vector<Api::Endpoint>& Api::endpoints() {
 HttpAnswer Api::answer(const HttpRequest& request) {
     try {
         const auto path = pathOf(request);
-        lastRequest_ = std::chrono::steady_clock::now();
+        ++underWay_;
+        const base::AtEnd atEnd([this] {
+            lastRequest_ = std::chrono::steady_clock::now();
+            --underWay_;
+        });
         checkOrigin(request);
         for (const auto& endpoint : endpoints()) {
             const bool takesArgument = endpoint.path.ends_with('/');
@@ -125,9 +131,8 @@ std::string_view Api::pathOf(const HttpRequest& request) const {
 
 /// Web pages, which browsers let send requests to this machine, are strangers even if they have learned the secret.
 void Api::checkOrigin(const HttpRequest& request) const {
-    const auto host = request.header("Host");
-    const bool isOurs =
-        std::find(identity_.hosts.begin(), identity_.hosts.end(), hostName(host)) != identity_.hosts.end();
+    const auto host = lowered(hostName(request.header("Host")));
+    const bool isOurs = std::find(identity_.hosts.begin(), identity_.hosts.end(), host) != identity_.hosts.end();
     if (!isOurs || request.hasHeader("Origin")) throw HttpError(403, "forbidden", "The server is not for web pages.");
 }
 

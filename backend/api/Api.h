@@ -21,7 +21,7 @@ namespace tessivox::backend {
 /// Who a server is for its clients.
 struct Identity {
     std::string secret;              ///< the first part of every path
-    std::vector<std::string> hosts;  ///< by which names they call it, without port
+    std::vector<std::string> hosts;  ///< by which names they call it, in lower case, without port
 };
 
 /// What the endpoints work with. All of it is there for any thread.
@@ -50,8 +50,10 @@ public:
     Api(Identity identity, ApiParts parts) : identity_(std::move(identity)), parts_(std::move(parts)) {}
 
     HttpAnswer answer(const HttpRequest& request);
-    /// When the last request came that knew the secret; at first, when this was made.
-    std::chrono::steady_clock::time_point lastRequest() const { return lastRequest_; }
+    /// Whether no request that knew the secret has been under way for longer than that.
+    bool isIdleFor(std::chrono::steady_clock::duration time) const {
+        return underWay_ == 0 && std::chrono::steady_clock::now() - lastRequest_.load() > time;
+    }
 
 private:
     struct Endpoint;
@@ -61,6 +63,8 @@ private:
     const ApiParts parts_;
     Places summaryRoom_{kSummaries + kWaitingSummaries, 0, std::chrono::seconds(0)};
     Places summaries_{kSummaries, kWaitingSummaries, kSummaryPatience};
+    std::atomic<int> underWay_ = 0;
+    /// When the last one ended.
     std::atomic<std::chrono::steady_clock::time_point> lastRequest_ = std::chrono::steady_clock::now();
 
     std::string_view pathOf(const HttpRequest& request) const;

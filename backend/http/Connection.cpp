@@ -17,7 +17,6 @@ namespace tessivox::backend {
 namespace {
 
 constexpr std::chrono::seconds kLinger{2};
-constexpr std::size_t kMostLingering = 16 << 20;  // bytes
 
 void limitWaiting(int socket, std::chrono::seconds time) {
     const timeval limit{time.count(), 0};
@@ -106,11 +105,9 @@ void Connection::linger() {
     ::shutdown(socket_.get(), SHUT_WR);
     limitWaiting(socket_.get(), kLinger);
     const auto end = Clock::now() + kLinger;
-    std::size_t total = 0;
     ssize_t count = 1;
-    while (count > 0 && total < kMostLingering && Clock::now() < end) {
+    while (count > 0 && Clock::now() < end) {
         count = posix::retry([&] { return ::recv(socket_.get(), buffer_.data(), buffer_.size(), 0); });
-        total += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     }
 }
 

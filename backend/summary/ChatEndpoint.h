@@ -13,11 +13,11 @@ struct ChatSettings {
     /// The variable of the environment that `key` is to be taken from; nowhere else may it stand.
     static constexpr const char* kKeyVariable = "TESSIVOX_CHAT_KEY";
 
-    std::string url;                                              ///< such as "http://127.0.0.1:11434/v1"
-    std::string model;                                            ///< as the service calls it
-    std::string key;                                              ///< empty for services that want none
-    std::chrono::milliseconds limit = std::chrono::seconds(100);  ///< for one answer in all
-    std::size_t mostTranscript = 48'000;                          ///< bytes that are sent
+    std::string url;                                             ///< such as "http://127.0.0.1:11434/v1"
+    std::string model;                                           ///< as the service calls it
+    std::string key;                                             ///< empty for services that want none
+    std::chrono::milliseconds limit = std::chrono::seconds(85);  ///< for one answer in all
+    std::size_t mostTranscript = 48'000;                         ///< bytes that are sent
 };
 
 /// A language model behind OpenAI's POST /chat/completions. The transcript leaves this machine unless the service runs

@@ -14,6 +14,7 @@ namespace tessivox::testing {
 namespace {
 
 using posix::Descriptor;
+using Headers = BackendProcess::Headers;
 
 /// Kills and restarts, in the middle of everything.
 class ServerLifeTest : public BackendTest {
@@ -39,6 +40,16 @@ protected:
         EXPECT_EQ(waitFor(id, "processing").value("status", ""), "processing");
         EXPECT_TRUE(holds([&] { return worker() != 0; }));
         return id;
+    }
+    /// A client in the middle of an upload, beside those of so many jobs.
+    Descriptor beginUpload(std::size_t jobs) const {
+        Descriptor client(connectTo(server->port()));
+        const Headers headers{{"Content-Type", "multipart/form-data; boundary=B"}, {"Content-Length", "900"}};
+        const auto request = server->request("POST", "/transcribe/submit", headers, "--B\r\n");
+        EXPECT_GT(::send(client.get(), request.data(), request.size(), 0), 0);
+        EXPECT_TRUE(
+            holds([&] { return std::filesystem::exists(state() / "uploads") && filesIn("uploads").size() > jobs; }));
+        return client;
     }
 
     /// What a starter has and passes on.
@@ -110,6 +121,15 @@ TEST_F(ServerLifeTest, AnOrderlyEndIsNoAttempt) {
     EXPECT_EQ(job(id).value("attempts", -1), 0);
     restart();
     EXPECT_EQ(waitFor(id, "completed").value("status", ""), "completed");
+}
+
+TEST_F(ServerLifeTest, AnEndThatAClientHoldsUpIsNoAttemptEither) {
+    start({"--fake-decode", "1000"});
+    const auto id = submitAndWaitForWorker();
+    const auto client = beginUpload(1);
+    ::kill(server->pid(), SIGTERM);
+    EXPECT_TRUE(holds([&] { return job(id).value("attempts", -1) == 0; }));
+    EXPECT_TRUE(isAlive(server->pid()));
 }
 
 TEST_F(ServerLifeTest, AWorkerThatIsKilledIsReplaced) {
@@ -214,6 +234,17 @@ TEST_F(ServerLifeTest, OutlivesItsStarterOnlyForItsWork) {
     EXPECT_EQ(waitFor(id, "completed").value("status", ""), "completed");
     EXPECT_EQ(server->wait(), 0);
     EXPECT_FALSE(isLocked());
+}
+
+TEST_F(ServerLifeTest, OutlivesItsStarterForARequestUnderWay) {
+    prepareStarter();
+    startInherited({"--idle-time", "0", "--fault", "usage:slow=1.5"});
+    auto client = beginUpload(0);
+    pipeWrite = Descriptor();
+    EXPECT_EQ(server->get("/usage").status, 200);
+    EXPECT_TRUE(isLocked());
+    client = Descriptor();
+    EXPECT_EQ(server->wait(), 0);
 }
 
 TEST_F(ServerLifeTest, DoesNotEndWhileItsStarterLives) {

@@ -75,6 +75,10 @@ TEST_F(ServerTest, RefusesWhatIsNotForIt) {
     EXPECT_EQ(s.get("/usage", many).status, 400);
     EXPECT_EQ(s.get("/usage", {{"X-Filler", std::string(100000, 'x')}}).status, 400);
     EXPECT_EQ(s.get("/usage").status, 200);
+    restart({"--host", "Office-PC"});
+    EXPECT_EQ(server->get("/usage", {{"Host", "office-pc:80"}}).status, 200);
+    EXPECT_EQ(server->get("/usage", {{"Host", "OFFICE-PC"}}).status, 200);
+    EXPECT_EQ(server->get("/usage").status, 403);
 }
 
 TEST_F(ServerTest, RefusesUploadsThatAreNotOneWholeFile) {
