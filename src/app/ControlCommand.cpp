@@ -7,6 +7,7 @@
 
 #include "base/Text.h"
 #include "core/AppState.h"
+#include "detection/RecordingController.h"
 
 namespace tessivox::app {
 namespace {
@@ -80,6 +81,10 @@ ExitCode tell(const ControlOptions& options, const ProgramStatus& status, Consol
         console.message(localized(status.isPaused ? "The recording pauses." : "Tessivox records."));
     } else if (status.file) {
         console.result(status.file->string() + "\n");
+        if (status.missingSeconds > 0) {
+            console.message(detection::missingText(status.missingSeconds));
+            return ExitCode::failed;
+        }
     } else {
         console.message(localized("Nothing was recorded."));
         return ExitCode::nothingRecorded;

@@ -217,7 +217,8 @@ Usage:
 Options:
   --verbose    tell on standard error what happens inside
 
-Exit status: 0 saved, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run, 4 nothing was recorded.
+Exit status: 0 saved, 1 failed, incomplete, refused or no answer, 2 wrong usage, 3 `tessivox run` does not run,
+4 nothing was recorded.
 )";
 
 inline constexpr std::string_view kPauseHelp =
@@ -254,8 +255,8 @@ Usage:
 Options:
   --verbose    tell on standard error what happens inside
 
-Exit status: 0 it records, or is saved, 1 refused or no answer, 2 wrong usage, 3 `tessivox run` does not run,
-4 nothing was recorded.
+Exit status: 0 it records, or is saved, 1 failed, incomplete, refused or no answer, 2 wrong usage, 3 `tessivox run` does
+not run, 4 nothing was recorded.
 )";
 
 inline constexpr std::string_view kStatusHelp =

@@ -19,8 +19,8 @@ public:
         : state_(state), controller_(controller) {}
 
     core::ProgramStatus status() const;
-    /// Gives the status afterwards. Throws base::Error with the sentence of a refusal. A start or a stop goes on to its
-    /// end only as long as its task lives.
+    /// Gives the status afterwards. Throws base::Error with the sentence of a refusal, or of a recording that could not
+    /// be encoded. A start or a stop goes on to its end only as long as its task lives.
     base::Task<core::ProgramStatus> carryOut(core::ProgramRequest request);
     /// Called whenever the status changes, but for the seconds.
     [[nodiscard]] std::vector<base::Subscription> onChange(const std::function<void()>& handler);

@@ -7,6 +7,7 @@
 #include "audio/LiveSource.h"
 #include "audio/RecordingFiles.h"
 #include "base/Text.h"
+#include "detection/RecordingController.h"
 
 namespace tessivox::app {
 namespace {
@@ -27,9 +28,7 @@ struct Telling {
     ExitCode operator()(const audio::Saved& saved) const {
         console.result(saved.url.string() + "\n");
         if (saved.missingSeconds <= 0) return ExitCode::done;
-        console.message(filled(localized("{0} seconds could not be written and are missing from the recording: check "
-                                         "that the disk is sound and has room."),
-                               {base::fixedNumber(saved.missingSeconds, 1)}));
+        console.message(detection::missingText(saved.missingSeconds));
         return ExitCode::failed;
     }
     ExitCode operator()(const audio::ConversionFailed& failed) const {

@@ -147,22 +147,16 @@ void CallDetector::stopPolling() {
 }
 
 std::optional<std::string> CallDetector::callDisplayName() const {
-    struct Candidate {
-        RunningApplication application;
-        bool isTrigger;
-    };
-    std::vector<Candidate> candidates;
+    std::vector<RunningApplication> candidates;
     for (const auto& process : externalProcesses(parts_.inputUse.inputProcesses())) {
         auto application = parts_.applications.runningApplication(process.pid);
-        if (application && application->isRegular)
-            candidates.push_back({std::move(*application), process.bundleID == triggeringBundleID_});
+        if (application && application->isRegular) candidates.push_back(std::move(*application));
     }
     if (candidates.empty()) return std::nullopt;
-    const auto best = std::ranges::min_element(candidates, {}, [](const auto& candidate) {
-        return std::pair(!candidate.application.isActive, !candidate.isTrigger);
-    });
-    if (best->application.localizedName.empty()) return std::nullopt;
-    return best->application.localizedName;
+    const auto active = std::ranges::find(candidates, true, &RunningApplication::isActive);
+    const auto& shown = active == candidates.end() ? candidates.front() : *active;
+    if (shown.localizedName.empty()) return std::nullopt;
+    return shown.localizedName;
 }
 
 telemetry::Parameters CallDetector::callContextProperties() const {

@@ -45,8 +45,8 @@ public:
 
     /// Identifiers of up to five applications that were at it when the call began, the likeliest first.
     const std::vector<std::string>& triggeringApps() const { return triggeringApps_; }
-    /// Name of the application to show, if one with a name takes sound now: the one that the user is at, or else the
-    /// one held responsible, or else the first.
+    /// Name of the application to show, if one takes sound now and has a name: the one that the user is at, or else the
+    /// first.
     std::optional<std::string> callDisplayName() const;
     /// What goes with the events about prompts.
     telemetry::Parameters callContextProperties() const;

@@ -90,6 +90,12 @@ std::string_view nameOf(RecordingSource source) {
     std::abort();
 }
 
+std::string missingText(double seconds) {
+    return filled(localized("{0} seconds could not be written and are missing from the recording: check that the disk "
+                            "is sound and has room."),
+                  {base::fixedNumber(seconds, 1)});
+}
+
 RecordingController::RecordingController(Parts parts) : parts_(std::move(parts)), tasks_(parts_.scheduler) {}
 
 void RecordingController::wireCallDetection() {
@@ -171,10 +177,7 @@ base::Task<RecordingController::Refusal> RecordingController::startRecording(Cap
                                                                              RecordingSource source) {
     if (isEnding_) co_return localized("The session is ending: start the recording after the next login.");
     crumb("recording", "Starting recording", {{"source", std::string(nameOf(source))}});
-    // Whoever starts once more wants to record, so a stop that was asked for before is void. The recorder refuses the
-    // second start itself.
-    settleStops(false);
-    const bool isFirst = !isStarting_;
+    const bool isFirst = !isStarting_;  // the recorder refuses a second one itself
     std::optional<Flag> awaited;
     if (isFirst) awaited.emplace(isStarting_);
     updateWork();
@@ -226,33 +229,27 @@ void RecordingController::noteStart(const Path& url, CaptureChoice capture, Reco
 /// What was asked for while the start was awaited.
 void RecordingController::catchUp() {
     const bool isCallEndUnanswered = std::exchange(isCallEndUnanswered_, false) && awaitedStops_.empty();
-    settleStops(true);
+    for (const auto& stop : std::exchange(awaitedStops_, {})) stop.succeed(true);
     if (isCallEndUnanswered && parts_.state.isRecording.get()) answerCallEnd();
-}
-
-void RecordingController::settleStops(bool shallGoOn) {
-    for (const auto& stop : std::exchange(awaitedStops_, {})) stop.succeed(shallGoOn);
 }
 
 base::Task<RecordingController::Stopped> RecordingController::stopRecording() {
     if (isStarting_) {
         const auto startDone = awaitedStops_.emplace_back();
-        const bool shallGoOn = co_await startDone;
-        if (!shallGoOn) co_return Stopped{localized("Another start was asked for: the recording goes on."), {}};
+        co_await startDone;
     }
-    if (!parts_.state.isRecording.get()) co_return Stopped{nothingRuns(), {}};
+    if (!parts_.state.isRecording.get()) co_return Stopped{nothingRuns(), audio::Empty{}};
     std::optional<Flag> saving(isSaving_);
     parts_.stopPrompt.dismiss();
     const double duration = parts_.state.recordingDuration.get();
     noteStop(duration);
     auto stopping = parts_.recorder.stopRecording();
     const auto outcome = co_await stopping;
-    const auto* saved = std::get_if<audio::Saved>(&outcome);
-    if (saved) filed(*saved, duration);
+    if (const auto* saved = std::get_if<audio::Saved>(&outcome)) filed(*saved, duration);
     if (const auto* failed = std::get_if<audio::ConversionFailed>(&outcome)) tellFailure(failed->rescuedPCM, duration);
     saving.reset();
     updateWork();
-    co_return Stopped{{}, saved ? std::optional(saved->url) : std::nullopt};
+    co_return Stopped{{}, outcome};
 }
 
 void RecordingController::noteStop(double duration) {
@@ -270,13 +267,8 @@ void RecordingController::noteStop(double duration) {
 void RecordingController::filed(const audio::Saved& saved, double duration) {
     parts_.storage.addRecording(saved.url, duration);
     base::log("Recording saved to: " + saved.url.string());
-    if (saved.missingSeconds > 0) {
-        const auto sentence = filled(
-            localized("{0} seconds could not be written and are missing from the recording: check that the disk is "
-                      "sound and has room."),
-            {base::fixedNumber(saved.missingSeconds, 1)});
-        parts_.state.lastError.set(core::AppError(core::AppError::RecordingFailed{sentence}));
-    }
+    if (saved.missingSeconds > 0)
+        parts_.state.lastError.set(core::AppError(core::AppError::RecordingFailed{missingText(saved.missingSeconds)}));
     const auto length = base::fromSeconds(duration);
     if (parts_.settings.autoTranscribe.get() && length >= kShortestTranscribed) transcribe(saved.url, length);
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "audio/AudioRecorder.h"
+#include "audio/RecordingStopOutcome.h"
 #include "base/Completion.h"
 #include "base/Observable.h"
 #include "base/Scheduler.h"
@@ -88,10 +89,9 @@ public:
     base::Task<Refusal> startRecording(CaptureChoice capture, RecordingSource source);
     struct Stopped {
         Refusal refusal;
-        std::optional<std::filesystem::path> saved;
+        audio::RecordingStopOutcome outcome;  ///< audio::Empty if it was refused
     };
-    /// Ends once the recording is saved. While a start is awaited it waits for that, and then stops, unless another
-    /// start was asked for meanwhile.
+    /// Ends once the recording is saved. While a start is awaited it waits for that, and then stops.
     base::Task<Stopped> stopRecording();
     Refusal pauseRecording();
     Refusal resumeRecording();
@@ -106,7 +106,7 @@ private:
     std::optional<base::WallTime> lastCallEndedAt_;
     bool isStarting_ = false;
     bool isSaving_ = false;
-    std::vector<base::Completion<bool>> awaitedStops_;  ///< asked for during a start; told whether to go on
+    std::vector<base::Completion<bool>> awaitedStops_;  ///< asked for during a start
     bool isCallEndUnanswered_ = false;                  ///< a call ended during a start
     bool isEnding_ = false;
     base::Subscription callStarted_;
@@ -123,7 +123,6 @@ private:
     void noteStart(const std::filesystem::path& url, CaptureChoice capture, RecordingSource source);
     void noteFailedStart(const std::exception_ptr& error);
     void catchUp();
-    void settleStops(bool shallGoOn);
     void noteStop(double duration);
     void filed(const audio::Saved& saved, double duration);
     void transcribe(const std::filesystem::path& url, base::Duration duration);
@@ -138,5 +137,7 @@ private:
 
 /// "manual", "toast" or "auto"
 std::string_view nameOf(RecordingSource source);
+/// Tells the user of a saved recording that so many seconds are missing.
+std::string missingText(double seconds);
 
 }  // namespace tessivox::detection

@@ -83,6 +83,15 @@ TEST_F(ControlCommandTest, WritesOnlyThePathOfWhatWasSavedToStandardOutput) {
     EXPECT_EQ(program.requests, (std::vector{ProgramRequest::stop, ProgramRequest::toggle, ProgramRequest::stop}));
 }
 
+TEST_F(ControlCommandTest, FailsWithThePathAndASentenceWhenSecondsAreMissing) {
+    program.answers = {ProgramStatus{false, false, false, 0, "/music/b.m4a", 2.25}};
+    for (const auto request : {ProgramRequest::stop, ProgramRequest::toggle}) {
+        EXPECT_EQ(ask(request), ExitCode::failed);
+        EXPECT_EQ(console.output, "/music/b.m4a\n");
+        EXPECT_TRUE(console.said("2.2 seconds could not be written and are missing from the recording"));
+    }
+}
+
 TEST_F(ControlCommandTest, EndsWithAStatusOfItsOwnWhenNoneRuns) {
     isSomebodyRunning = false;
     for (const auto kind : {Kind::notRunning, Kind::noBus}) {

@@ -53,6 +53,33 @@ TEST_F(ProgramControlTest, PassesRefusalsOn) {
     EXPECT_EQ(refusal(ProgramRequest::start), "Access was refused.");
 }
 
+TEST_F(ProgramControlTest, TellsWhatBecameOfARecordingThatIsNotWhole) {
+    using Fault = testing::CrashingFiles::Fault;
+    encoders.refusedChannels = 2;  // so that the file is made of what is on the disk
+    begin();
+    hear(2s);
+    disk.failFrom(1, Fault::ioError, kIncomplete);
+    hear(2s);
+    disk.heal();
+    encoders.refusedChannels = 0;
+    hear(2s);
+    const auto holed = ask(ProgramRequest::stop);
+    EXPECT_EQ(holed.file, kFirst);
+    EXPECT_GT(holed.missingSeconds, 0);
+
+    encoders.refusedChannels = 2;
+    auto rescued = ask(ProgramRequest::start).file.value();
+    rescued.replace_extension(".caf");
+    hear(4s);
+    EXPECT_NE(refusal(ProgramRequest::stop).find(rescued.string()), std::string::npos);
+    EXPECT_TRUE(disk.exists(rescued));
+
+    begin();
+    hear(4s);
+    disk.failFrom(1, Fault::ioError, testing::Library::kFolder);
+    EXPECT_NE(refusal(ProgramRequest::stop).find("tessivox recover"), std::string::npos);
+}
+
 TEST_F(ProgramControlTest, SaysWhenTheStatusChanges) {
     int changes = 0;
     const auto observing = control.onChange([&] { ++changes; });

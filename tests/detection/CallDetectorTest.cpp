@@ -255,9 +255,9 @@ TEST_F(CallDetectorTest, ShowsTheNameOfTheApplicationAtHand) {
     applications.run(chrome, {true, false, "Chrome"});
     EXPECT_EQ(detector->callDisplayName(), "Chrome");
     applications.run(zoom, {true, false, "Zoom"});
-    EXPECT_EQ(detector->callDisplayName(), "Zoom") << "it is the one held responsible";
-    applications.run(chrome, {true, true, "Chrome"});
-    EXPECT_EQ(detector->callDisplayName(), "Chrome") << "its window has the focus";
+    EXPECT_EQ(detector->callDisplayName(), "Chrome") << "it is the first, though not the one held responsible";
+    applications.run(zoom, {true, true, "Zoom"});
+    EXPECT_EQ(detector->callDisplayName(), "Zoom") << "its window has the focus";
     applications.run(chrome, {false, true, "Chrome"});
     applications.run(zoom, {true, false, ""});
     EXPECT_EQ(detector->callDisplayName(), std::nullopt);

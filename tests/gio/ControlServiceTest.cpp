@@ -38,6 +38,7 @@ protected:
     BusPeer peer{session.address()};
     std::optional<BusThread> bus{std::in_place, loop, BusAddresses{session.address(), ""}};
 
+    const ProgramStatus afterStop{false, false, false, 0, "/tmp/saved.m4a", 1.5};
     ProgramStatus status;
     std::vector<ProgramRequest> requests;
     std::vector<std::filesystem::path> opened;
@@ -54,7 +55,7 @@ protected:
         auto after = status;
         if (request == ProgramRequest::stop) {
             status = {};
-            after = {false, false, false, 0, "/tmp/saved.m4a"};
+            after = afterStop;
         }
         co_return after;
     }
@@ -184,7 +185,7 @@ TEST_F(ControlServiceTest, ClientGetsTheStatusOrTheSentence) {
     ASSERT_TRUE(isReachable());
     const auto started = asked(ProgramRequest::start);
     EXPECT_EQ(std::get<ProgramStatus>(started), status);
-    EXPECT_EQ(std::get<ProgramStatus>(asked(ProgramRequest::stop)).file, "/tmp/saved.m4a");
+    EXPECT_EQ(std::get<ProgramStatus>(asked(ProgramRequest::stop)), afterStop);
     EXPECT_EQ(std::get<ProgramStatus>(asked(ProgramRequest::activate)), ProgramStatus{});
     refusal = "It does not record.";
     EXPECT_EQ(asked(ProgramRequest::pause), failure(Kind::refused, *refusal));

@@ -20,6 +20,7 @@ struct ProgramStatus {
     double seconds = 0;  ///< of the recording that runs
     /// What is being recorded; in the answer to a request that stopped it, what was saved.
     std::optional<std::filesystem::path> file;
+    double missingSeconds = 0;  ///< of what was saved: what could not be written
 
     bool operator==(const ProgramStatus&) const = default;
 };

@@ -63,6 +63,8 @@ GVariant* variantOf(const ProgramStatus& status) {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE_VARDICT);
     for (const auto* name : kNames) g_variant_builder_add(&builder, "{sv}", name, valueOf(status, name));
+    if (status.missingSeconds > 0)
+        g_variant_builder_add(&builder, "{sv}", "MissingSeconds", g_variant_new_double(status.missingSeconds));
     return g_variant_builder_end(&builder);
 }
 
@@ -76,6 +78,7 @@ core::ProgramStatus statusOf(GVariant* dictionary) {
     status.isPaused = flag("Paused");
     status.isCallDetected = flag("CallDetected");
     g_variant_lookup(dictionary, "Seconds", "d", &status.seconds);
+    g_variant_lookup(dictionary, "MissingSeconds", "d", &status.missingSeconds);
     const char* url = nullptr;
     if (g_variant_lookup(dictionary, "File", "&s", &url)) status.file = fileOf(url);
     return status;

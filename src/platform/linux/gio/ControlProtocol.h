@@ -22,7 +22,8 @@ const char* methodOf(core::ProgramRequest request);
 /// The request that a method of the control interface, or an action with the same name in small letters, stands for.
 std::optional<core::ProgramRequest> requestOf(const char* method);
 
-/// "a{sv}" with Recording (b), Paused (b), CallDetected (b), Seconds (d) and File (s): a file URL, or empty. Floating.
+/// "a{sv}" with Recording (b), Paused (b), CallDetected (b), Seconds (d) and File (s): a file URL, or empty; and with
+/// MissingSeconds (d) if there are any. Floating.
 GVariant* variantOf(const core::ProgramStatus& status);
 /// What such a dictionary says; what it lacks, or has of another type, is as in a program that does nothing.
 core::ProgramStatus statusOf(GVariant* dictionary);
