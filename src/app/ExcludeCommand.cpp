@@ -113,7 +113,7 @@ bool ExcludeCommand::add(const std::string& app) {
     const auto found = isPath(app) ? std::vector<InstalledApplication>() : meant(parts_.applications.installed(), app);
     if (found.size() > 1) return say("Several applications are called \"{0}\": name one of {1}.", identifiersOf(found));
     if (isPath(app) || !found.empty()) {
-        const auto file = found.empty() ? std::filesystem::absolute(app) : found.front().url;
+        const auto file = found.empty() ? std::filesystem::absolute(app).lexically_normal() : found.front().url;
         if (parts_.exclusions.addApplication(file)) return true;
         return say("\"{0}\" is no application's desktop file: give one, or an application's identifier.");
     }
@@ -121,6 +121,8 @@ bool ExcludeCommand::add(const std::string& app) {
         parts_.exclusions.setBuiltInExcluded(app, true);
         return true;
     }
+    const auto named = parts_.applications.urlForApplication(app);
+    if (named && parts_.exclusions.addApplication(*named)) return true;
     if (!isIdentifier(app)) return say("No application is called \"{0}\": give its identifier or its desktop file.");
     parts_.exclusions.addIgnoredApp(app, app);
     say("No installed application is called \"{0}\"; one with this identifier will make no call.");
@@ -146,7 +148,7 @@ std::optional<std::string> ExcludeCommand::excludedID(const std::string& app) co
     };
     if (isExcluded(app)) return app;
     if (isPath(app)) {
-        auto id = parts_.applications.bundleIdentifier(std::filesystem::absolute(app));
+        auto id = parts_.applications.bundleIdentifier(std::filesystem::absolute(app).lexically_normal());
         return id && isExcluded(*id) ? id : std::nullopt;
     }
     std::vector<std::string> ids;

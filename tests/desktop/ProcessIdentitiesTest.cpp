@@ -105,6 +105,20 @@ TEST_F(ProcessIdentitiesTest, TakesAnInterpreterForItsScriptOrForNoApplication) 
     process.program = "/usr/lib/electron28/electron";
     tree.addProcess(300, process);
     EXPECT_EQ(identify(300, "electron").identifier, "com.tinyspeck.slackmacgap");
+    process.command = "/usr/lib/electron28/electron --type=utility";
+    process.parent = 300;
+    tree.addProcess(301, process);
+    EXPECT_EQ(identify(301, "electron").identifier, "com.tinyspeck.slackmacgap") << "its helper for sound";
+}
+
+TEST_F(ProcessIdentitiesTest, TellsWhatAnApplicationHasStartedFromItself) {
+    tree.addEntry("firefox", "Exec=firefox %u");
+    tree.addEntry("Zoom", "Exec=/usr/bin/zoom %U");
+    tree.addProcess(100, {"/opt/zoom/zoom", 1, "0::/app-gnome-firefox-1.scope"});
+    EXPECT_EQ(identify(100, "zoom").identifier, "us.zoom.xos");
+    EXPECT_EQ(identify(100, "zoom").name, "Zoom");
+    tree.addProcess(101, {"/usr/lib/firefox/firefox", 1, "0::/app-gnome-firefox-1.scope"});
+    EXPECT_EQ(identify(101, "firefox").identifier, "org.mozilla.firefox");
 }
 
 TEST_F(ProcessIdentitiesTest, FindsTheNumberOfASandboxedProcess) {
@@ -136,6 +150,8 @@ TEST_F(ProcessIdentitiesTest, TakesNothingButASmallFileForFlatpaks) {
     tree.write(tree.proc() / "500/mountinfo",
                "1 0 0:1 / / rw - tmpfs tmpfs rw\n2 0 0:2 / / rw master:1 - fuse.trap trap rw\n");
     EXPECT_EQ(identify(500).identifier, "talk") << "files that another program serves";
+    tree.write(tree.proc() / "500/mountinfo", "3 0 0:3 / /proc rw - proc proc rw\n");
+    EXPECT_EQ(identify(500).identifier, "talk") << "a root of which nobody knows who serves it";
 }
 
 TEST_F(ProcessIdentitiesTest, BoundsWhatOtherProgramsSay) {

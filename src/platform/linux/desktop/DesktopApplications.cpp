@@ -23,8 +23,9 @@ Info read(const std::filesystem::path& file) {
 }
 
 std::string nameOf(const Info& info) {
-    const char* name = info ? g_app_info_get_display_name(G_APP_INFO(info.get())) : nullptr;
-    return safeName(name ? name : "");
+    const std::unique_ptr<char, decltype(&g_free)> name(
+        info ? g_desktop_app_info_get_locale_string(info.get(), "Name") : nullptr, &g_free);
+    return safeName(name ? name.get() : "");
 }
 
 }  // namespace

@@ -95,14 +95,16 @@ bool ProcessFiles::isRootServedByKernel(std::int32_t pid) const {
     std::error_code unknown;
     if (!text) return !std::filesystem::exists(file, unknown);
     std::istringstream mounts(*text);
+    bool hasRoot = false;  // of which a program confined to a part of a mount sees nothing
     for (std::string line; std::getline(mounts, line);) {
         const auto fields = words(line);
         const auto dash = std::ranges::find(fields, "-");
         if (fields.size() < 5 || dash == fields.end() || dash + 1 == fields.end()) continue;
         const bool isOnTheWay = fields[4] == "/" || fields[4] == "/.flatpak-info";
         if (isOnTheWay && (dash + 1)->starts_with("fuse")) return false;
+        hasRoot = hasRoot || fields[4] == "/";
     }
-    return true;
+    return hasRoot;
 }
 
 std::string ProcessFiles::flatpak(std::int32_t pid) const {

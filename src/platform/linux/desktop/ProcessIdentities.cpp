@@ -75,8 +75,9 @@ std::int32_t ProcessIdentities::application(std::int32_t pid) const {
         if (parent <= 1) break;
         const auto above = processes_.executable(parent);
         if (above.empty() || (above != path && !isHelper(baseName(path)))) break;
-        // An interpreter's parent of the same kind runs a script of its own.
-        if (isInterpreter(baseName(path)) && programOf(parent) != programOf(pid)) break;
+        // An interpreter's parent of the same kind runs a script of its own, unless this is a helper without one.
+        const auto own = programOf(pid);
+        if (isInterpreter(baseName(path)) && !own.empty() && programOf(parent) != own) break;
         pid = parent;
         path = above;
     }
@@ -152,6 +153,12 @@ ProcessIdentities::Search ProcessIdentities::byGroup(std::int32_t pid, const std
     // Whatever is started in a terminal's window shares its group.
     const auto* entry = entries_.byID(id);
     if (!entry || entry->isTerminal || isSoundCommand(program)) return std::nullopt;
+    // What another application has started, as a browser does with the link to a meeting, shares that one's group. Only
+    // a page that is an application by itself has no program of its own.
+    const auto* known = knownApplication(program);
+    const auto isIts = [known](const std::string& name) { return knownApplication(name) == known; };
+    if (known && !entry->program.empty() && !isIts(entry->id) && !isIts(entry->name()) && !isIts(entry->program))
+        return std::nullopt;
     return Found{entry->name(), entry, false};
 }
 
