@@ -45,6 +45,7 @@
 #include "platform/linux/pulse/PulseAudioDevices.h"
 #include "platform/linux/pulse/SoundServerLink.h"
 #include "services/telemetry/NoAnalyticsSink.h"
+#include "transcription/RecordingClaims.h"
 
 namespace tessivox::app {
 
@@ -112,7 +113,9 @@ struct Composition::Transcription {
           alerts(of.console_),
           kit({of.loop_, of.files_, of.folders_, stored.stored, stored.settings, library.storage, alerts, analytics,
                crashReporter, network, *of.network_, of.server_}),
-          commands({of.loop_, of.files_, kit.service(), of.console_, [&of] { return of.isSomebodyRunning(); }}) {
+          commands({of.loop_, of.files_, kit.service(), of.console_,
+                    [&of, this] { return !kit.isServerChosenHere() && of.isSomebodyRunning(); }}) {
+        requireUsableServer(of.server_, stored.stored);
         of.interrupt_ = [this] { commands.interrupt(); };
     }
 };
@@ -138,7 +141,9 @@ void Composition::onSignal(int signal) {
         terminal_->suspend();
     } else if (signal == SIGCONT) {
         terminal_->resume();
-    } else if (interrupt_ && !(signal == SIGHUP && ignoresHangup_)) {
+    } else if (interrupt_ && !(signal == SIGHUP && (ignoresHangup_ || isInterrupted_))) {
+        // The end of a session sends SIGHUP right after SIGTERM; nobody has pressed anything twice then.
+        isInterrupted_ = true;
         interrupt_();
     }
 }
@@ -181,8 +186,9 @@ ExitCode Composition::listDevices(const DevicesOptions& options) {
 ExitCode Composition::withLibrary(core::AppSettings& settings,
                                   const std::function<base::Task<ExitCode>(LibraryCommands&)>& command) {
     Library library(*this, settings);
-    LibraryCommands commands(
-        {files_, library.localTime, library.storage, settings.recordingsDirectoryPath.get(), console_});
+    const transcription::RecordingClaims claims(files_, folders_.applicationSupport / "Tessivox");
+    LibraryCommands commands({files_, library.localTime, library.storage, settings.recordingsDirectoryPath.get(),
+                              console_, [&](const auto& recording) { return claims.isClaimed(recording); }});
     return runTask(command(commands));
 }
 
@@ -343,6 +349,7 @@ ExitCode Composition::importFiles(const ImportOptions& options) {
 
 ExitCode Composition::record(const RecordOptions& options) {
     Settings stored(*this);
+    if (options.transcribes) requireUsableServer(server_, stored.stored);
     std::optional<std::filesystem::path> saved;
     const auto code = recordOnly(options, stored, saved);
     if (!saved) return code;

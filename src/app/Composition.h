@@ -62,7 +62,8 @@ private:
     const std::optional<std::string> server_;
     const std::unique_ptr<NetworkLoop> network_;
     std::function<void()> interrupt_;  ///< what a signal to stop does
-    const bool ignoresHangup_;         ///< so that nohup keeps its word
+    bool isInterrupted_ = false;
+    const bool ignoresHangup_;  ///< so that nohup keeps its word
     posix::SignalWatch signals_;
     posix::PosixFiles files_;
     base::StandardFolders folders_;

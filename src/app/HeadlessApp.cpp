@@ -97,9 +97,9 @@ void HeadlessApp::resumeTranscriptions() {
     auto& service = transcription_.service();
     service.resumePendingTranscriptions();
     for (const auto& [recording, length] : detection::LeftTranscriptions(preferences_).take()) {
-        if (around_.files.exists(recording))
-            tasks_.start(
-                service.transcribeAndSummarize(recording, transcription::TranscriptionSource::automatic, length));
+        if (!around_.files.exists(recording)) continue;
+        crashReporter_.transcriptionStarted(recording.filename().string());
+        tasks_.start(service.transcribeAndSummarize(recording, transcription::TranscriptionSource::automatic, length));
     }
 }
 
@@ -116,7 +116,10 @@ void HeadlessApp::watchCalls() {
                                    [this] { return permissionManager_->canRecord(); },
                                    [this] { app_->delegate().terminateNow(); }});
     errors_ = state_.lastError.observe([this](const auto& error) {
-        if (error) around_.console.message(error->description());
+        if (!error) return;
+        around_.console.message(error->description());
+        // Told, so that the same may be told again.
+        around_.loop.post([this, none = std::optional<core::AppError>()] { state_.lastError.set(none); });
     });
 }
 

@@ -153,8 +153,18 @@ base::Task<library::Recording> LibraryCommands::found(Path file) {
     throw noRecording(file);
 }
 
-base::Task<ExitCode> LibraryCommands::rename(Path file, std::string name) {
+base::Task<library::Recording> LibraryCommands::foundAtRest(Path file) {
     auto finding = found(std::move(file));
+    auto recording = co_await finding;
+    if (parts_.isBeingTranscribed(recording.url))
+        throw base::Error("library", 4,
+                          filled(localized("\"{0}\" is being transcribed: wait for the transcript, then try again."),
+                                 {printable(recording.url.filename().string())}));
+    co_return recording;
+}
+
+base::Task<ExitCode> LibraryCommands::rename(Path file, std::string name) {
+    auto finding = foundAtRest(std::move(file));
     auto recording = co_await finding;
     // Who types the ending of the file means the name before it.
     if (name.ends_with(library::kAudioExtension)) name.resize(name.size() - library::kAudioExtension.size());
@@ -163,7 +173,7 @@ base::Task<ExitCode> LibraryCommands::rename(Path file, std::string name) {
 }
 
 base::Task<ExitCode> LibraryCommands::trash(Path file) {
-    auto finding = found(std::move(file));
+    auto finding = foundAtRest(std::move(file));
     auto recording = co_await finding;
     parts_.storage.deleteRecording(std::move(recording));
     co_return ExitCode::done;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,8 @@ public:
         library::RecordingStorage& storage;
         std::filesystem::path folder;
         Console& console;
+        /// Whether another process makes its transcript, which it would put beside the name that it knows.
+        std::function<bool(const std::filesystem::path& recording)> isBeingTranscribed;
     };
     explicit LibraryCommands(Parts parts) : parts_(std::move(parts)) {}
 
@@ -65,6 +68,7 @@ private:
 
     base::Task<std::vector<library::Recording>> scanned();
     base::Task<library::Recording> found(std::filesystem::path file);
+    base::Task<library::Recording> foundAtRest(std::filesystem::path file);
     ListedRecording details(library::Recording recording);
 };
 

@@ -172,8 +172,18 @@ base::Task<void> TranscriptionCommands::makeTranscript(Request request, LongWork
 base::Task<void> TranscriptionCommands::waitForOther(LongWork& display) {
     display.setStage(localized("Waiting for another Tessivox"));
     isKnownToServer_ = true;
+    const auto before = parts_.files.status(recording_);
     co_await parts_.scheduler.sleep(kLookInterval);
-    if (!parts_.files.exists(recording_)) throw noRecording(recording_);
+    if (parts_.files.exists(recording_)) co_return;
+    // The title of its transcript may have renamed it.
+    const auto folder = recording_.parent_path();
+    for (const auto& name : parts_.files.list(folder)) {
+        const auto status = parts_.files.status(folder / name);
+        if (!before || !status || status->inode != before->inode || status->device != before->device) continue;
+        recording_ = folder / name;
+        co_return;
+    }
+    throw noRecording(recording_);
 }
 
 base::Task<void> TranscriptionCommands::makeSummary(Path recording) {
@@ -236,6 +246,9 @@ base::Task<ExitCode> TranscriptionCommands::usage() {
     const bool isDone = co_await working;
     if (!isDone) co_return ExitCode::failed;
     if (const auto usage = parts_.service.currentUsage.get()) parts_.console.result(usageText(*usage));
+    auto fetching = parts_.service.deviceTokenSettled();
+    auto waiting = work_.carriedOut(std::move(fetching));
+    co_await waiting;
     co_return ExitCode::done;
 }
 

@@ -17,6 +17,7 @@ namespace tessivox::app {
 namespace {
 
 constexpr std::string_view kServerPreference = "serverURL";
+constexpr const char* kServerVariable = "TESSIVOX_SERVER";
 
 std::filesystem::path ownFolder(const std::filesystem::path& folder) { return folder / "Tessivox"; }
 
@@ -32,15 +33,20 @@ std::optional<std::string> textPreference(const base::Preferences& preferences, 
 std::function<transcription::ServerSettings()> serverSettings(const std::optional<std::string>& option,
                                                               const base::Preferences& preferences) {
     const auto environment = posix::processEnvironment();
-    return [option, variable = environment("TESSIVOX_SERVER"), &preferences] {
+    return [option, variable = environment(kServerVariable), &preferences] {
         return transcription::ServerSettings{option, variable, textPreference(preferences, kServerPreference)};
     };
 }
 
 }  // namespace
 
+void requireUsableServer(const std::optional<std::string>& option, const base::Preferences& preferences) {
+    static_cast<void>(transcription::configuredServer(serverSettings(option, preferences)()));
+}
+
 TranscriptionKit::TranscriptionKit(const Surroundings& around)
-    : local_(around.loop, posix::localServerOptions(posix::processEnvironment())),
+    : hasServerOption_(around.server.has_value()),
+      local_(around.loop, posix::localServerOptions(posix::processEnvironment())),
       choice_(serverSettings(around.server, around.preferences),
               {[this] { return local_.baseURL(); }, [this] { return local_.lastURL(); }}),
       identity_(around.preferences, around.files, ownFolder(around.folders.applicationSupport) / "device-token.json",
@@ -51,5 +57,9 @@ TranscriptionKit::TranscriptionKit(const Surroundings& around)
       service_({around.loop, around.files, around.preferences, around.settings, around.storage, client_, choice_,
                 identity_, uploadCopies_, around.network, around.alerts, around.analytics, around.crashReporter,
                 ownFolder(around.folders.applicationSupport), TESSIVOX_VERSION, makeUuid}) {}
+
+bool TranscriptionKit::isServerChosenHere() const {
+    return hasServerOption_ || !posix::processEnvironment()(kServerVariable).value_or("").empty();
+}
 
 }  // namespace tessivox::app

@@ -24,6 +24,10 @@
 
 namespace tessivox::app {
 
+/// Throws base::Error if what the user names as the server is not one that may be asked; to be called before work that
+/// is in vain without one. The option is that of the command line.
+void requireUsableServer(const std::optional<std::string>& option, const base::Preferences& preferences);
+
 /// Makes the transcription service with all that it asks of this machine. Nothing is sent, and no server started,
 /// before something is asked of it. Main thread.
 class TranscriptionKit {
@@ -48,8 +52,11 @@ public:
 
     transcription::TranscriptionService& service() { return service_; }
     library::AudioConversion& conversion() { return conversion_; }
+    /// Whether the command line or the environment names a server, so that other processes may use another one.
+    bool isServerChosenHere() const;
 
 private:
+    const bool hasServerOption_;
     posix::LocalServer local_;
     ServerChoice choice_;
     transcription::DeviceIdentity identity_;

@@ -59,7 +59,7 @@ std::optional<PendingTask> PendingTranscriptionStore::entry(const Path& recordin
 std::vector<PendingTask> PendingTranscriptionStore::entries() const {
     std::vector<PendingTask> all;
     for (auto& [path, task] : withUnsaved()) {
-        if (!taken_.contains(path)) all.push_back(task);
+        if (!taken_.contains(path) && isUsable(task)) all.push_back(task);
     }
     return all;
 }

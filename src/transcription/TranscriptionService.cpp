@@ -262,11 +262,16 @@ base::Task<Path> TranscriptionService::transcribeManually(Path url, std::optiona
 base::Task<void> TranscriptionService::refreshUsage() {
     const auto usage = co_await parts_.client.usage();
     currentUsage.set(usage);
-    if (!deviceTokenRequested_) tasks_.start(fetchMissingDeviceToken());
+    if (deviceTokenRequested_) co_return;
+    tokenSettled_ = {};
+    tasks_.start(fetchMissingDeviceToken(tokenSettled_));
 }
 
+base::Task<void> TranscriptionService::deviceTokenSettled() { co_await tokenSettled_; }
+
 /// Once in the life of the process.
-base::Task<void> TranscriptionService::fetchMissingDeviceToken() {
+base::Task<void> TranscriptionService::fetchMissingDeviceToken(base::Completion<bool> settled) {
+    const base::AtEnd atEnd([&settled] { settled.succeed(true); });
     try {
         const auto address = co_await parts_.location.baseURL();
         if (parts_.identity.deviceToken(address) || std::exchange(deviceTokenRequested_, true)) co_return;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Completion.h"
 #include "base/Task.h"
 #include "base/TaskQueue.h"
 #include "base/TaskScope.h"
@@ -84,8 +85,10 @@ public:
     /// Gives up the recording's run, if there is one; its task throws soon after.
     void cancel(const std::filesystem::path& url);
 
-    /// Throws TranscriptionError.
+    /// Throws TranscriptionError. A device token that is missing is asked for afterwards.
     base::Task<void> refreshUsage();
+    /// Ends once the token that refreshUsage() asked for is there or cannot be had. After refreshUsage().
+    base::Task<void> deviceTokenSettled();
     base::Task<void> showQuotaAlert() { return quotaAlert_.show(); }
     base::Task<void> showQuotaAlertOncePerPeriod() { return quotaAlert_.showOncePerPeriod(currentUsage.get()); }
     void clearFailureState(const std::filesystem::path& url) { state_.clearFailureState(url); }
@@ -114,6 +117,7 @@ private:
     std::set<std::string> ownTasks_;  ///< that this process has waited for, or does
     bool networkWasAvailable_ = true;
     bool deviceTokenRequested_ = false;
+    base::Completion<bool> tokenSettled_;
     base::Subscription moved_, trashed_, network_, pendingChanged_;
     base::Timer pendingCheck_;
     base::TaskScope tasks_;
@@ -136,7 +140,7 @@ private:
     void resume(const PendingTask& task);
     bool isWorthRetrying(const std::filesystem::path& url, base::WallTime failed);
     base::Task<void> retry(RecordingPlace place);
-    base::Task<void> fetchMissingDeviceToken();
+    base::Task<void> fetchMissingDeviceToken(base::Completion<bool> settled);
 
     void renameFromTitle(std::filesystem::path url);
     void recordingMoved(const std::filesystem::path& from, const std::filesystem::path& to);

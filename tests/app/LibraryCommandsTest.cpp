@@ -21,6 +21,7 @@ protected:
     testing::CrashingFiles files;
     std::optional<Library> library;
     FakeConsole console;
+    bool isBeingTranscribed = false;
 
     void put(const std::string& name, const std::string& text) {
         files.makeFolders(Library::kFolder);
@@ -29,7 +30,8 @@ protected:
     }
     LibraryCommands commands() {
         if (!library) library.emplace(time, files);
-        return LibraryCommands({files, library->utc, *library->storage, Library::kFolder, console});
+        return LibraryCommands({files, library->utc, *library->storage, Library::kFolder, console,
+                                [this](const auto&) { return isBeingTranscribed; }});
     }
     std::string error(base::Task<ExitCode> task) {
         try {
@@ -99,6 +101,9 @@ TEST_F(LibraryCommandsTest, RefusesWithASentenceWhatIsNoRecordingOrNoName) {
     EXPECT_NE(error(all.trash(Library::kFolder / "b.m4a")).find("tessivox list"), std::string::npos);
     EXPECT_NE(error(all.trash(Library::kFolder / "a_mic.m4a")).find("track of \"a.m4a\""), std::string::npos);
     EXPECT_NE(error(all.rename(Library::kFolder / "a.m4a", "../b")), "");
+    isBeingTranscribed = true;
+    EXPECT_NE(error(all.rename(Library::kFolder / "a.m4a", "b")).find("wait for the transcript"), std::string::npos);
+    EXPECT_NE(error(all.trash(Library::kFolder / "a.m4a")).find("wait for the transcript"), std::string::npos);
     EXPECT_TRUE(exists("a.m4a") && exists("a_mic.m4a"));
 }
 

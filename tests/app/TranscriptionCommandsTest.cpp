@@ -124,7 +124,7 @@ TEST_F(TranscriptionCommandsTest, WaitsForAnotherProcessOnlyIfToldToWait) {
         "/transcribe/status/",
         FakeHttpClient::json(200, R"({"task_id":"t","status":"completed","text":"Hello.","duration_seconds":60,)"
                                   R"("provider":"p","usage":)" +
-                                      kUsage + "}")
+                                      kUsage + R"(,"title":"Budget"})")
             .when(gate));
     const auto theirs = transcribe(other);
     ASSERT_TRUE(theirs.isRunning());
@@ -135,7 +135,7 @@ TEST_F(TranscriptionCommandsTest, WaitsForAnotherProcessOnlyIfToldToWait) {
     gate.succeed(true);
     time.advance(5s);
     EXPECT_EQ(ours.result, ExitCode::done);
-    EXPECT_EQ(console.output, line(transcript));
+    EXPECT_EQ(console.output, line(Library::kFolder / "2026-01-15_10-30-00_Budget.txt")) << "under its new name";
     EXPECT_EQ(uploads(), 1U);
 }
 
@@ -183,8 +183,11 @@ TEST_F(TranscriptionCommandsTest, SummarizesATranscriptAtOnceOrWithIt) {
 
 TEST_F(TranscriptionCommandsTest, TellsTheQuota) {
     serverSays("/usage", 200, R"({"usage":)" + kUsage + "}");
-    server.usually("/token", FakeHttpClient::json(404, ""));
+    server.will("/user/me", FakeHttpClient::json(200, R"({"token":"T"})"));
     EXPECT_EQ(testing::await(time, commands.usage()), ExitCode::done);
+    EXPECT_EQ(server.requestsTo("/user/me").size(), 1U);
+    EXPECT_TRUE(files.exists(transcription::Process::kFolder / "device-token.json"))
+        << "it does not end before it has the device token";
     EXPECT_EQ(console.output, "3 of 10 transcriptions used, 7 left, counted anew from 2026-02\n");
     console.output.clear();
     serverSays("/usage", 200, R"({"usage":)" + kUsedUp + "}");

@@ -108,6 +108,9 @@ TEST_F(TextCommandsTest, WhatAnInterruptionLeavesTheNextRunFetches) {
 }
 
 TEST_F(TextCommandsTest, WhoRunsAllDayTakesOverTheWait) {
+    std::filesystem::create_directories(home / "config/Tessivox");
+    std::ofstream(home / "config/Tessivox/settings.json") << nlohmann::json{{"serverURL", serverURL}};
+    serverURL.clear();
     auto program = start({"run", "--headless", "--verbose"});
     ASSERT_TRUE(becomesTrue([&] { return std::filesystem::exists(home / "run/Tessivox/running.lock"); }));
     serverTakes();
@@ -126,6 +129,8 @@ TEST_F(TextCommandsTest, RefusesServersAndCertificatesThatItCannotTrust) {
     serverURL = "ftp://example.org";
     EXPECT_EQ(run({"usage"}).status, 1);
     EXPECT_NE(errors().find("TESSIVOX_SERVER"), std::string::npos) << errors();
+    EXPECT_EQ(run({"record", "--transcribe", "--for", "1s"}).status, 1);
+    EXPECT_NE(errors().find("TESSIVOX_SERVER"), std::string::npos) << "before it records: " << errors();
     serverURL = "https://127.0.0.1:9/api";
     EXPECT_EQ(run({"usage", "--ca-file", (home / "none.pem").string()}).status, 1);
     EXPECT_NE(errors().find("none.pem"), std::string::npos) << errors();
