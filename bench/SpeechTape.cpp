@@ -1,12 +1,12 @@
 #include "SpeechTape.h"
 
-#include "SyntheticSpeech.h"
+#include "SpokenDialogue.h"
 
 namespace tessivox::bench {
 
 SpeechTape::SpeechTape() : microphone_(kFrames), system_(2 * kFrames) {
     std::vector<float> stereo;
-    SyntheticSpeech(kRate).next(kFrames, stereo);
+    SpokenDialogue().next(kFrames, stereo);
     for (std::size_t frame = 0; frame < kFrames; ++frame) {
         microphone_[frame] = stereo[2 * frame];
         system_[2 * frame] = stereo[2 * frame + 1];

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Measure.h"
-#include "SyntheticSpeech.h"
+#include "SpokenDialogue.h"
 #include "platform/linux/ffmpeg/SwrConverter.h"
 
 namespace tessivox::bench {
@@ -22,7 +22,7 @@ struct Source {
 /// False if a buffer allocated.
 bool measure(const Source& source, double seconds) {
     std::vector<float> stereo;
-    SyntheticSpeech(48000).next(source.frames, stereo);
+    SpokenDialogue().next(source.frames, stereo);
     stereo.resize(source.frames * static_cast<std::size_t>(source.channels));
     ffmpeg::SwrConverterFactory factory;
     const auto uncounted = allocations();

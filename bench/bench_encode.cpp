@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Measure.h"
-#include "SyntheticSpeech.h"
+#include "SpokenDialogue.h"
 #include "audio/AudioEncoder.h"
 #include "platform/linux/ffmpeg/AacEncoder.h"
 #include "platform/linux/posix/EventLoop.h"
@@ -25,7 +25,7 @@ constexpr int kRate = 48000;
 using Path = std::filesystem::path;
 
 void writeSamples(const Path& path, int seconds) {
-    SyntheticSpeech speech(kRate);
+    SpokenDialogue speech;
     std::vector<float> chunk;
     std::ofstream out(path, std::ios::binary);
     for (int i = 0; i < seconds; ++i) {

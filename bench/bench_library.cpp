@@ -9,7 +9,7 @@
 
 #include "Measure.h"
 #include "Report.h"
-#include "SyntheticSpeech.h"
+#include "SpokenDialogue.h"
 #include "audio/AudioEncoder.h"
 #include "base/Text.h"
 #include "library/RecordingScan.h"
@@ -66,7 +66,7 @@ private:
     std::vector<std::string> recordings_;
 
     void encode(const Path& path) {
-        SyntheticSpeech speech(kRate);
+        SpokenDialogue speech;
         std::vector<float> samples;
         speech.next(kSeconds * kRate, samples);
         ffmpeg::AacEncoderFactory factory;

@@ -11,7 +11,7 @@
 #include "LoopRun.h"
 #include "Measure.h"
 #include "Report.h"
-#include "SyntheticSpeech.h"
+#include "SpokenDialogue.h"
 #include "audio/AudioEncoder.h"
 #include "audio/Mpeg4Duration.h"
 #include "base/Uuid.h"
@@ -31,7 +31,7 @@ constexpr int kRate = 48000;
 class Trial {
 public:
     Trial(const Path& folder, int seconds) : seconds_(seconds), folder_(folder), source_(folder / "recording.m4a") {
-        SyntheticSpeech speech(kRate);
+        SpokenDialogue speech;
         audio::AudioEncoder encoder(encoders_, files_.create(source_), {.sampleRate = kRate});
         std::vector<float> second;
         for (int i = 0; i < seconds; ++i) {
