@@ -155,20 +155,31 @@ void LocalServer::launch(Own& own) {
     own.startedAt = loop_.now();
 }
 
-/// A server that ends without complaint was told to. Any other is started again, unless someone else has already
-/// begun to.
+/// A server that ends without complaint was told to. Any other is started again.
 void LocalServer::onEnd(std::optional<int> exitCode) {
     base::log("[Server] It ended: " + (exitCode ? "exit code " + std::to_string(*exitCode) : "killed"));
     own_->process.reset();
+    if (exitCode == 0) return own_.reset();
+    if (loop_.now() - own_->startedAt > kSteady) own_->crashes = 0;
+    takeOver(kMostLooks);
+}
+
+/// A process that the server was about to start holds its lock for a moment longer. Whoever holds it for long has begun
+/// to start another server.
+void LocalServer::takeOver(int looks) {
     try {
         own_->lock = AddressFile::open(options_.addressFile);
-        if (exitCode == 0 || !own_->lock->tryLock()) return own_.reset();
+        if (!own_->lock->tryLock()) {
+            own_->lock.reset();
+            if (looks == 0) return own_.reset();
+            own_->restart = loop_.after(kLookAgain, [this, looks] { takeOver(looks - 1); });
+            return;
+        }
         own_->lock->write(own_->url);  // a server that crashed while it was ending has emptied it
     } catch (const base::Error& failure) {
         base::log("[Server] " + failure.description());
         return own_.reset();
     }
-    if (loop_.now() - own_->startedAt > kSteady) own_->crashes = 0;
     restartLater(*own_);
 }
 

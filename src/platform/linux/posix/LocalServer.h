@@ -65,6 +65,7 @@ private:
     std::string start(AddressFile file);
     void launch(Own& own);
     void onEnd(std::optional<int> exitCode);
+    void takeOver(int looks);
     void restartLater(Own& own);
     void restart();
 };
