@@ -169,6 +169,21 @@ TEST_F(EventLoopTest, QuitBeforeRunAndFromAnotherThreadEndsIt) {
     quitter.join();
 }
 
+TEST_F(EventLoopTest, TellsWhetherItWaits) {
+    bool didWaitAtWork = false;
+    std::thread observer([&] {
+        while (!loop.isWaiting()) std::this_thread::yield();
+        loop.post([&] {
+            didWaitAtWork = loop.isWaiting();
+            loop.quit();
+        });
+    });
+    loop.run();
+    observer.join();
+    EXPECT_FALSE(didWaitAtWork);
+    EXPECT_FALSE(loop.isWaiting());
+}
+
 TEST_F(EventLoopTest, BringsAQueuesResultHome) {
     const auto queue = loop.makeQueue("com.tessivox.test.sum", base::QueuePriority::utility);
     const auto task = [](EventLoop& home, base::TaskQueue& worker, int& result) -> base::Task<void> {

@@ -22,7 +22,8 @@ protected:
     std::optional<base::HostTime> told;
     std::vector<double> delays;  ///< from the event to its being told, in seconds
     std::string responsible;
-    base::Subscription news = watcher.link.onNews([this](pulse::ServerNews) { event = event.value_or(loop.now()); });
+    base::Subscription news = watcher.link.onNews(
+        [this](pulse::ServerNews) { event = event.value_or(loop.now() - pulse::SoundServerLink::kGathering); });
     base::Subscription started = watcher.detector.callStarted.observe([this](std::string app) {
         responsible = app;
         told = loop.now();

@@ -171,10 +171,10 @@ TEST_P(PulseInputUseTest, TellsWithinFiftyMillisecondsOfTheServersEvent) {
         auto watch = use.watch(*use.defaultInputDevice(), [&] { told = told.value_or(loop.now()); });
         auto parec = record();
         ASSERT_TRUE(runUntil(loop, [&] { return told.has_value(); }));
-        delays.push_back(*told - *event);
+        delays.push_back(*told - *event + pulse::SoundServerLink::kGathering);
         parec.stop(SIGKILL);
         ASSERT_TRUE(isUsedBy({}));
-        runFor(loop, pulse::PulseInputUse::kSpacing * 2);  // Nothing of this round is left.
+        runFor(loop, pulse::SoundServerLink::kGathering * 2);  // Nothing of this round is left.
     }
     std::ranges::sort(delays);
     const auto milliseconds = [](base::Duration span) { return base::toSeconds(span) * 1000; };

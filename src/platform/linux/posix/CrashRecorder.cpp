@@ -19,7 +19,7 @@ void addLine(std::string& text, const std::string& key, std::string value) {
 
 }  // namespace
 
-CrashRecorder::CrashRecorder(base::Scheduler& loop, base::Files& files, std::filesystem::path folder)
+CrashRecorder::CrashRecorder(EventLoop& loop, base::Files& files, std::filesystem::path folder)
     : loop_(loop), reports_(files, std::move(folder)), mainThreadName_(nameOfThisThread()) {}
 
 void CrashRecorder::start(const telemetry::CrashOptions& options) {

@@ -7,7 +7,6 @@
 #include <span>
 #include <string>
 
-#include "base/Scheduler.h"
 #include "base/ports/Files.h"
 #include "platform/linux/posix/CrashHandler.h"
 #include "platform/linux/posix/CrashReportFile.h"
@@ -22,14 +21,14 @@ namespace tessivox::posix {
 /// except where the port says "any thread".
 class CrashRecorder final : public telemetry::CrashSink {
 public:
-    CrashRecorder(base::Scheduler& loop, base::Files& files, std::filesystem::path folder);
+    CrashRecorder(EventLoop& loop, base::Files& files, std::filesystem::path folder);
 
     void start(const telemetry::CrashOptions& options) override;
     void setScope(const telemetry::CrashScope& scope) override;
     void addBreadcrumb(const telemetry::Breadcrumb& breadcrumb) override;
 
 private:
-    base::Scheduler& loop_;
+    EventLoop& loop_;
     telemetry::CrashReports reports_;
     telemetry::BreadcrumbRing breadcrumbs_;
     const std::array<char, 16> mainThreadName_;

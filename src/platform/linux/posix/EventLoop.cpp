@@ -154,13 +154,15 @@ void EventLoop::dispatchDescriptors() {
     }
 }
 
-void EventLoop::wait() const {
+void EventLoop::wait() {
     pollfd waiting{epoll_.get(), POLLIN, 0};
     const auto deadline = nextDeadline();
     timespec span{};
     if (deadline) span = toTimespec(std::max(*deadline - now(), base::Duration::zero()));
+    isWaiting_ = true;
     // An interrupted wait is a turn with nothing to do.
     ::ppoll(&waiting, 1, deadline ? &span : nullptr, nullptr);
+    isWaiting_ = false;
 }
 
 }  // namespace tessivox::posix

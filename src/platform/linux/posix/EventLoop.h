@@ -48,6 +48,8 @@ public:
     void run();
     /// Ends run() after the present turn, or the next run() before its first. Any thread.
     void quit();
+    /// Whether run() has nothing to do just now. Any thread.
+    bool isWaiting() const noexcept { return isWaiting_; }
     /// Drops posted work that has not run, and all that comes. Main thread.
     void close();
 
@@ -67,10 +69,11 @@ private:
     std::shared_ptr<Watches> watches_;
     base::TimerQueue timers_;
     std::atomic<bool> quit_ = false;
+    std::atomic<bool> isWaiting_ = false;
     const std::thread::id thread_ = std::this_thread::get_id();
 
     void dispatchDescriptors();
-    void wait() const;
+    void wait();
 };
 
 }  // namespace tessivox::posix

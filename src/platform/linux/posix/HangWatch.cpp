@@ -15,8 +15,9 @@
 
 namespace tessivox::posix {
 
-HangWatch::HangWatch(base::Scheduler& loop, base::Duration timeout, Report report)
-    : pace_(timeout / HangJudge::kRounds),
+HangWatch::HangWatch(EventLoop& loop, base::Duration timeout, Report report)
+    : loop_(loop),
+      pace_(timeout / HangJudge::kRounds),
       report_(std::move(report)),
       mainThread_(::gettid()),
       end_(::eventfd(0, EFD_CLOEXEC)),
@@ -36,9 +37,11 @@ void HangWatch::watch() {
     ::pthread_setname_np(::pthread_self(), "hang-watch");
     HangJudge judge;
     while (!isOverAfterRound()) {
-        const bool isAnswered = isAnswered_.exchange(false);
-        if (isAnswered) question_->signal();
-        if (judge.isHang(isAnswered)) report_(sampler_.sample(mainThread_));
+        const bool isAnswered = isAnswered_, isWaiting = loop_.isWaiting();
+        if (judge.isHang(isAnswered || isWaiting)) report_(sampler_.sample(mainThread_));
+        if (!isAnswered || isWaiting) continue;
+        isAnswered_ = false;
+        question_->signal();
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "base/Scheduler.h"
 #include "platform/linux/posix/Descriptor.h"
+#include "platform/linux/posix/EventLoop.h"
 #include "platform/linux/posix/StackSampler.h"
 
 namespace tessivox::posix {
@@ -31,18 +32,20 @@ private:
 };
 
 /// Asks the main loop for an answer, a third of the timeout apart, from a thread of its own, and reports when none came
-/// within the timeout; once until the loop answers again. Made and destroyed on the main thread.
+/// within the timeout; once until the loop answers again. A loop that waits is left in peace. Made and destroyed on the
+/// main thread.
 class HangWatch {
 public:
     /// Gets the main thread's return addresses, innermost first. Watching thread.
     using Report = std::function<void(std::span<void* const> addresses)>;
 
-    HangWatch(base::Scheduler& loop, base::Duration timeout, Report report);
+    HangWatch(EventLoop& loop, base::Duration timeout, Report report);
     HangWatch(const HangWatch&) = delete;
     HangWatch& operator=(const HangWatch&) = delete;
     ~HangWatch();
 
 private:
+    const EventLoop& loop_;
     const base::Duration pace_;
     const Report report_;
     const pid_t mainThread_;

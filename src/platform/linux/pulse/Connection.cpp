@@ -146,11 +146,22 @@ void Connection::onState(pa_context* context, void* self) {
     }
 }
 
-void Connection::subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler) {
+void Connection::subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler,
+                           base::Duration gathering) {
     const Loop::Lock lock(loop_);
-    events_.push_back({static_cast<unsigned>(facilities), kinds, scheduler_.source(std::move(handler))});
+    auto& events = events_.emplace_back(static_cast<unsigned>(facilities), kinds);
+    auto tell = [&events, handler = std::move(handler)] {
+        events.isNoted = false;  // what comes from here on is told anew
+        handler();
+    };
+    events.source = scheduler_.source([this, &events, tell = std::move(tell), gathering] {
+        if (gathering > base::Duration::zero())
+            events.gathering = scheduler_.after(gathering, tell);
+        else
+            tell();
+    });
     unsigned all = 0;
-    for (const auto& events : events_) all |= events.facilities;
+    for (const auto& each : events_) all |= each.facilities;
     pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
     const auto mask = static_cast<pa_subscription_mask_t>(all);
     if (auto* operation = pa_context_subscribe(context_, mask, nullptr, nullptr)) pa_operation_unref(operation);
@@ -159,9 +170,9 @@ void Connection::subscribe(pa_subscription_mask_t facilities, EventKinds kinds, 
 void Connection::onEvent(pa_context*, pa_subscription_event_type_t event, std::uint32_t, void* self) {
     const unsigned facility = 1U << (event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK);
     const bool isChange = (event & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_CHANGE;
-    for (const auto& events : static_cast<Connection*>(self)->events_) {
-        const bool isWanted = events.kinds == EventKinds::all || !isChange;
-        if (isWanted && (events.facilities & facility)) events.source->signal();
+    for (auto& events : static_cast<Connection*>(self)->events_) {
+        const bool isWanted = (events.facilities & facility) != 0 && (events.kinds == EventKinds::all || !isChange);
+        if (isWanted && !events.isNoted.exchange(true)) events.source->signal();
     }
 }
 

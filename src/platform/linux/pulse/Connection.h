@@ -3,7 +3,9 @@
 #include <pulse/channelmap.h>
 #include <pulse/context.h>
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -87,9 +89,10 @@ public:
     base::Task<void> ready();
     /// Replaces the handler for the connection's loss, after it was ready. Called at most once.
     void onLost(std::function<void()> handler) { state_->lost = std::move(handler); }
-    /// Calls the handler after events of these facilities, several at once as one. Each call adds a handler. After
-    /// ready().
-    void subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler);
+    /// Calls the handler after events of these facilities, several at once as one: so long after the first that a swarm
+    /// of them wakes nobody more than twice. Each call adds a handler. After ready().
+    void subscribe(pa_subscription_mask_t facilities, EventKinds kinds, std::function<void()> handler,
+                   base::Duration gathering = {});
 
     // Each throws base::Error if the server does not answer.
     base::Task<Defaults> defaults();
@@ -116,10 +119,14 @@ private:
     struct Events {
         unsigned facilities;
         EventKinds kinds;
-        std::unique_ptr<base::WakeSource> source;
+        std::atomic<bool> isNoted = false;
+        std::unique_ptr<base::WakeSource> source{};
+        base::Timer gathering{};  ///< main thread
+
+        Events(unsigned wantedFacilities, EventKinds wantedKinds) : facilities(wantedFacilities), kinds(wantedKinds) {}
     };
 
-    std::vector<Events> events_;  ///< under the loop's lock
+    std::deque<Events> events_;  ///< under the loop's lock
     Loop loop_;
     pa_context* context_ = nullptr;
 

@@ -76,7 +76,6 @@ base::Task<void> PulseInputUse::keepReading() {
             }
         }
         tell();
-        co_await link_.scheduler().sleep(kSpacing);
     }
     isReading_ = false;
 }

@@ -23,8 +23,6 @@ class PulseInputUse final : public detection::InputUseMonitor {
 public:
     /// How long what was known holds after the server was lost: it restarts, then programs come back one by one.
     static constexpr base::Duration kHold = std::chrono::seconds(10);
-    /// At least this long between two readings, so that floods of events cost little and no event waits for 50 ms.
-    static constexpr base::Duration kSpacing = std::chrono::milliseconds(20);
     /// Stands for the default input while there is none.
     static constexpr detection::DeviceID kNoInput = 0xFFFFFFFF;
 

@@ -60,7 +60,8 @@ void SoundServerLink::hold(std::shared_ptr<Connection> connection, base::Complet
     connection_->subscribe(PA_SUBSCRIPTION_MASK_SOURCE, EventKinds::comingAndGoing, [this] { noteChange(); });
     connection_->subscribe(PA_SUBSCRIPTION_MASK_SERVER, EventKinds::all, [this] { noteChange(); });
     const auto tell = [this](pa_subscription_mask_t facility, EventKinds kinds, ServerNews news) {
-        connection_->subscribe(facility, kinds, [this, news] { news_.emit(news); });
+        connection_->subscribe(
+            facility, kinds, [this, news] { news_.emit(news); }, kGathering);
     };
     tell(PA_SUBSCRIPTION_MASK_SERVER, EventKinds::all, ServerNews::defaults);
     tell(PA_SUBSCRIPTION_MASK_SOURCE, EventKinds::comingAndGoing, ServerNews::sources);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -26,6 +27,9 @@ enum class ServerNews {
 /// again, ten times in the first second, then each second. Main thread.
 class SoundServerLink {
 public:
+    /// How long news is gathered: what begins or ends comes as a swarm of events, of which one reading tells all.
+    static constexpr base::Duration kGathering = std::chrono::milliseconds(25);
+
     /// Begins to connect. An empty address means the user's server. The scheduler outlives the link.
     explicit SoundServerLink(base::Scheduler& scheduler, std::string address = {});
     ~SoundServerLink();
@@ -36,7 +40,7 @@ public:
     /// count as one.
     base::Subscription onChange(std::function<void()> handler) { return changed_.observe(std::move(handler)); }
 
-    /// Called at once, for each turn of the loop with such news.
+    /// Called kGathering after the first of such events, and at once for the link.
     base::Subscription onNews(std::function<void(ServerNews)> handler) { return news_.observe(std::move(handler)); }
 
     base::Scheduler& scheduler() { return scheduler_; }
