@@ -128,7 +128,6 @@ void StubServer::breakOff(int connection, const Answer& answer) {
     std::array<char, 4096> buffer;
     for (std::size_t got = 0; got < *answer.resetAfter && isReadable(connection);) {
         const auto count = ::recv(connection, buffer.data(), buffer.size(), 0);
-        if (count <= 0 && got == 0) return;
         if (count <= 0) break;  // The client gave up in the middle: it was a request all the same.
         got += static_cast<std::size_t>(count);
     }
@@ -157,6 +156,7 @@ void StubServer::send(int connection, std::string_view bytes, std::chrono::milli
 }
 
 void StubServer::converse(int connection) {
+    if (!isRequested(connection)) return;
     if (const auto reset = takeReset()) return breakOff(connection, *reset);
     auto request = readRequest(connection);
     if (request.empty()) return;
@@ -178,6 +178,12 @@ void StubServer::converse(int connection) {
 bool StubServer::isReadable(int fd, int limit) const {
     std::array<pollfd, 2> waiting{pollfd{fd, POLLIN, 0}, pollfd{stop_, POLLIN, 0}};
     return ::poll(waiting.data(), waiting.size(), limit) > 0 && waiting[1].revents == 0;
+}
+
+/// A client may connect and hang up without a word; that takes no answer from a later request.
+bool StubServer::isRequested(int connection) const {
+    char first;
+    return isReadable(connection) && ::recv(connection, &first, 1, MSG_PEEK) > 0;
 }
 
 bool StubServer::isStopping() const {

@@ -63,6 +63,7 @@ private:
     void serve();
     void converse(int connection);
     bool isReadable(int fd, int limit = -1) const;
+    bool isRequested(int connection) const;
     bool isStopping() const;
     std::string readRequest(int connection) const;
     void breakOff(int connection, const Answer& answer);
