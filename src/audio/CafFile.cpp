@@ -13,8 +13,10 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "samples are written in the machine's order");
 
 constexpr std::uint32_t kFloat = 1, kLittleEndian = 2;  // format flags of linear PCM
-constexpr std::uint64_t kSizeOffset = 56;               // of the data chunk's size field
+constexpr std::uint64_t kSizeOffset = 68;               // of the data chunk's size field
 constexpr std::uint64_t kEditCount = 4;                 // bytes of the data chunk before its samples
+static_assert(kSizeOffset + sizeof(std::uint64_t) + kEditCount == CafWriter::kHeaderSize);
+static_assert(CafWriter::kHeaderSize % (2 * sizeof(float)) == 0, "stereo frames end where pages do");
 
 using Header = std::array<std::byte, CafWriter::kHeaderSize>;
 
@@ -54,7 +56,8 @@ Header makeHeader(const AudioFormat& format) {
     put(header, 40, std::uint32_t{1});
     put(header, 44, channels);
     put(header, 48, std::uint32_t{32});
-    put(header, 52, fourCC("data"));
+    put(header, 52, fourCC("free"));  // an empty chunk, for the alignment
+    put(header, 64, fourCC("data"));
     put(header, kSizeOffset, kEditCount);
     return header;
 }
@@ -108,7 +111,7 @@ CafReader::CafReader(std::unique_ptr<base::File> file) : file_(std::move(file)) 
     const auto channels = get<std::uint32_t>(header, 44);
     const bool isOurs = expected(0, fourCC("caff")) && expected(8, fourCC("desc")) && expected(28, fourCC("lpcm")) &&
                         expected(32, kFloat | kLittleEndian) && expected(40, 1) && expected(48, 32) &&
-                        expected(52, fourCC("data"));
+                        expected(52, fourCC("free")) && expected(64, fourCC("data"));
     if (!isOurs || channels < 1 || channels > 64 || !std::isfinite(rate) || rate < 1 || rate > 1e6) refuse();
     if (!expected(36, channels * 4)) refuse();
     format_ = {rate, static_cast<int>(channels)};

@@ -12,11 +12,12 @@
 namespace tessivox::audio {
 
 /// Writes interleaved 32-bit float PCM into a Core Audio Format file (Apple, "Core Audio Format Specification 1.0")
-/// that can be read after a crash at any moment: a 68-byte header comes first, and the size of the audio is put right
-/// after every piece. A frame always stands at the offset that its number says. One thread at a time.
+/// that can be read after a crash at any moment: an 80-byte header comes first, and the size of the audio is put right
+/// after every piece. A frame always stands at the offset that its number says, and a write torn at a page's end, as a
+/// kill leaves it, ends with a whole frame of one or two channels. One thread at a time.
 class CafWriter {
 public:
-    static constexpr std::uint64_t kHeaderSize = 68;
+    static constexpr std::uint64_t kHeaderSize = 80;
 
     /// Writes the header into an empty file. Throws base::FileError.
     CafWriter(std::unique_ptr<base::File> file, const AudioFormat& format);
