@@ -103,6 +103,22 @@ TEST(OriginEstimatorTest, OneFarReplyIsIgnoredAndTwoMoveTheOrigin) {
     EXPECT_EQ(estimator.origin(), kStart + 5s);
 }
 
+TEST(OriginEstimatorTest, NearRepliesMoveTheOriginOnlyWhenTheyAgree) {
+    OriginEstimator estimator;
+    for (int poll = 0; poll < 21; ++poll) estimator.add(kStart);
+    for (const auto late : {9ms, 12ms, 6ms, 10ms, 7ms, 11ms}) estimator.add(kStart + late);
+    EXPECT_EQ(estimator.origin(), kStart);
+    EXPECT_FALSE(estimator.isSettled());
+    estimator.add(kStart);
+    EXPECT_TRUE(estimator.isSettled());
+    for (int poll = 0; poll < 5; ++poll) {
+        EXPECT_EQ(estimator.origin(), kStart);
+        estimator.add(kStart + 5300us + poll * 100us);
+    }
+    EXPECT_GT(estimator.origin(), kStart + 5200us);
+    EXPECT_LT(estimator.origin(), kStart + 5800us);
+}
+
 TEST(OriginEstimatorTest, TimesOfFramesAreExactAfterYears) {
     const std::uint64_t frame = 48000ULL * 86400 * 365 + 1;
     EXPECT_EQ(OriginEstimator::timeOf(kStart, frame, 48000) - kStart, std::chrono::seconds(86400 * 365) + 20834ns);
@@ -139,6 +155,22 @@ TEST(TimedCaptureTest, LostFramesShiftWhatFollowsByTheirLength) {
     device.capture.addHole(4800, device.now);
     for (int round = 0; round < 50; ++round) device.fragment();
     EXPECT_EQ(device.heard[100].first - device.heard[99].first, 120ms);
+}
+
+TEST(TimedCaptureTest, ABlockThatTheServerLostUnnoticedMisplacesATenthOfASecondAtMost) {
+    Device device;
+    for (int round = 0; round < 200; ++round) device.fragment();
+    device.truth += 10667us;
+    for (int round = 0; round < 100; ++round) device.fragment();
+    int misplaced = 0;
+    std::uint64_t frame = 0;
+    for (const auto& [time, frames] : device.heard) {
+        const bool isAfter = frame >= 200U * 960;
+        if (isAfter && std::abs(base::toSeconds(time - device.trueTime(frame))) > 1e-3) ++misplaced;
+        frame += frames;
+    }
+    EXPECT_GT(frame, 290U * 960);
+    EXPECT_LE(misplaced, 5);
 }
 
 TEST(TimedCaptureTest, TheEndHandsOnWhatStillWaits) {
