@@ -4,7 +4,6 @@
 
 #include "audio/RecordingStopOutcome.h"
 #include "base/Error.h"
-#include "base/Text.h"
 
 namespace tessivox::app {
 namespace {
@@ -15,15 +14,6 @@ using detection::RecordingController;
 
 void throwIfRefused(const RecordingController::Refusal& refusal) {
     if (refusal) throw base::Error("control", 1, *refusal);
-}
-
-std::string failureText(const audio::ConversionFailed& failed) {
-    if (!failed.rescuedPCM)
-        return base::localized(
-            "The recording could not be encoded; its sound waits to be recovered: give the command tessivox recover.");
-    return base::filled(base::localized("The recording could not be encoded; its sound is kept in \"{0}\", which "
-                                        "other programs can open."),
-                        {failed.rescuedPCM->string()});
 }
 
 }  // namespace
@@ -73,7 +63,7 @@ base::Task<ProgramStatus> ProgramControl::stop() {
     const auto stopped = co_await stopping;
     throwIfRefused(stopped.refusal);
     if (const auto* failed = std::get_if<audio::ConversionFailed>(&stopped.outcome))
-        throw base::Error("control", 1, failureText(*failed));
+        throw base::Error("control", 1, detection::failureText(*failed));
     auto after = status();
     // Another recording may have begun meanwhile; whoever asked for the end of this one is told of this one.
     after.file.reset();

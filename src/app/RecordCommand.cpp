@@ -23,7 +23,6 @@ std::string nothingRecorded() { return localized("Nothing was recorded: no sound
 /// Tells the user of an outcome and gives what the program ends with.
 struct Telling {
     Console& console;
-    const std::filesystem::path& incompleteFolder;
 
     ExitCode operator()(const audio::Saved& saved) const {
         console.result(saved.url.string() + "\n");
@@ -32,11 +31,7 @@ struct Telling {
         return ExitCode::failed;
     }
     ExitCode operator()(const audio::ConversionFailed& failed) const {
-        const auto* rescued = failed.rescuedPCM ? "The recording could not be encoded; its sound is kept in \"{0}\", "
-                                                  "which other programs can open."
-                                                : "The recording could not be encoded; its sound waits in the folder "
-                                                  "\"{0}\" to be recovered.";
-        console.message(filled(localized(rescued), {failed.rescuedPCM.value_or(incompleteFolder).string()}));
+        console.message(detection::failureText(failed));
         return ExitCode::failed;
     }
     ExitCode operator()(const audio::Empty&) const {
@@ -98,7 +93,7 @@ ExitCode RecordCommand::told(const audio::RecordingStopOutcome& outcome) {
         savedForMore_ = saved->url;
         return ExitCode::done;
     }
-    return std::visit(Telling{parts_.console, parts_.incompleteFolder}, outcome);
+    return std::visit(Telling{parts_.console}, outcome);
 }
 
 base::Task<std::optional<Refusal>> RecordCommand::prepare() {

@@ -96,6 +96,15 @@ std::string missingText(double seconds) {
                   {base::fixedNumber(seconds, 1)});
 }
 
+std::string failureText(const audio::ConversionFailed& failed) {
+    if (!failed.rescuedPCM)
+        return localized(
+            "The recording could not be encoded; its sound waits to be recovered: give the command tessivox recover.");
+    return filled(localized("The recording could not be encoded; its sound is kept in \"{0}\", which "
+                            "other programs can open."),
+                  {failed.rescuedPCM->string()});
+}
+
 RecordingController::RecordingController(Parts parts) : parts_(std::move(parts)), tasks_(parts_.scheduler) {}
 
 void RecordingController::wireCallDetection() {

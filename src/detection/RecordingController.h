@@ -139,5 +139,7 @@ private:
 std::string_view nameOf(RecordingSource source);
 /// Tells the user of a saved recording that so many seconds are missing.
 std::string missingText(double seconds);
+/// Tells the user where the sound is that could not be encoded.
+std::string failureText(const audio::ConversionFailed& failed);
 
 }  // namespace tessivox::detection

@@ -203,7 +203,7 @@ TEST_F(RecordCommandTest, TellsHowARecordingThatIsNotWholeEnded) {
     const std::vector<Case> cases{
         {audio::Saved{"/m/a.m4a", 2.25}, ExitCode::failed, "/m/a.m4a\n", "2.2 seconds"},
         {audio::ConversionFailed{"/m/a.caf"}, ExitCode::failed, "", "/m/a.caf"},
-        {audio::ConversionFailed{}, ExitCode::failed, "", kIncomplete.string()},
+        {audio::ConversionFailed{}, ExitCode::failed, "", "tessivox recover"},
         {audio::Empty{}, ExitCode::nothingRecorded, "", "Nothing was recorded"},
     };
     for (const auto& expected : cases) {
