@@ -99,7 +99,8 @@ std::string missingText(double seconds) {
 std::string failureText(const audio::ConversionFailed& failed) {
     if (!failed.rescuedPCM)
         return localized(
-            "The recording could not be encoded; its sound waits to be recovered: give the command tessivox recover.");
+            "The recording could not be encoded; its sound waits to be recovered: see that the disk has room, and give "
+            "the command tessivox recover.");
     return filled(localized("The recording could not be encoded; its sound is kept in \"{0}\", which "
                             "other programs can open."),
                   {failed.rescuedPCM->string()});
